@@ -1,0 +1,49 @@
+#include "cli/dispatch.h"
+
+#include "cli/capabilities.h"
+#include "cli/fail.h"
+#include "ocr/vision_ocr.h"
+#include "record/record_command.h"
+
+namespace tallowbrook {
+namespace {
+
+// Subcommands whose jobs this build does not carry yet.
+[[noreturn]] void notBuilt(std::string_view word) {
+  fail(std::string(word) + " is not built yet");
+}
+
+}  // namespace
+
+std::string topLevelUsage() {
+  std::string usage = "usage: tallowbrook-helper <";
+  for (size_t i = 0; i < kSubcommandWords.size(); ++i) {
+    if (i > 0) usage += '|';
+    usage += kSubcommandWords[i];
+  }
+  return usage + '>';
+}
+
+int dispatch(const std::vector<std::string>& words) {
+  if (words.empty()) fail(topLevelUsage());
+  const std::string& word = words.front();
+  const std::vector<std::string> rest(words.begin() + 1, words.end());
+
+  if (word == "capabilities") {
+    Capabilities::run();
+  } else if (word == "vision-ocr") {
+    if (words.size() < 2) fail("usage: vision-ocr <image-path>");
+    VisionOCR::run(words[1]);
+  } else if (word == "pdf-page" || word == "pdf-text" || word == "answer") {
+    notBuilt(word);
+  } else if (word == "record") {
+    Record::run(rest);
+  } else if (word == "speak" || word == "rtf-text" || word == "mcp-bridge" || word == "text-pdf") {
+    notBuilt(word);
+  } else {
+    fail("unknown command: " + word);
+  }
+  return 0;
+}
+
+}  // namespace tallowbrook
