@@ -1,5 +1,6 @@
 #include "cli/dispatch.h"
 
+#include "answer/mcp_bridge.h"
 #include "cli/capabilities.h"
 #include "cli/fail.h"
 #include "ocr/vision_ocr.h"
@@ -38,7 +39,11 @@ int dispatch(const std::vector<std::string>& words) {
     notBuilt(word);
   } else if (word == "record") {
     Record::run(rest);
-  } else if (word == "speak" || word == "rtf-text" || word == "mcp-bridge" || word == "text-pdf") {
+  } else if (word == "speak" || word == "rtf-text") {
+    notBuilt(word);
+  } else if (word == "mcp-bridge") {
+    McpBridge::run(rest);
+  } else if (word == "text-pdf") {
     notBuilt(word);
   } else {
     fail("unknown command: " + word);
