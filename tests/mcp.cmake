@@ -36,3 +36,13 @@ add_test(NAME mcp.sdk.bridge
 set_tests_properties(mcp.sdk.bridge PROPERTIES
   ENVIRONMENT "TALLOWBROOK_HELPER=$<TARGET_FILE:tallowbrook-helper>"
   TIMEOUT 300)
+
+# Fuzzers (scripts/fuzz): the per-line logic and the endpoint argument.
+include(${CMAKE_CURRENT_LIST_DIR}/fuzz/fuzz.cmake)
+tallowbrook_fuzz_target(mcp_messages SOURCES fuzz/mcp_messages_fuzz.cpp LIBRARIES tallowbrook-core)
+tallowbrook_fuzz_target(mcp_endpoint SOURCES fuzz/mcp_endpoint_fuzz.cpp LIBRARIES tallowbrook-core)
+
+# bench/mcp-bridge's timer: the bridge beside a direct libcurl client.
+find_package(CURL REQUIRED)
+add_executable(bench-mcp-bridge EXCLUDE_FROM_ALL ${PROJECT_SOURCE_DIR}/bench/mcp_bridge_bench.cpp)
+target_link_libraries(bench-mcp-bridge PRIVATE CURL::libcurl tallowbrook-warnings)

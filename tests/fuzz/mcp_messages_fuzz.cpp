@@ -1,0 +1,87 @@
+// Fuzzes the bridge's per-line logic: classification of any line, and the reply for any
+// status, body and failure. Input: one control byte, then the line, a line feed, the body.
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+#include "answer/mcp_classify.h"
+#include "answer/mcp_reply.h"
+#include "answer/utf8_text.h"
+
+namespace {
+
+using namespace tallowbrook;
+using namespace tallowbrook::McpBridge;
+
+void check(bool holds) {
+  if (!holds) std::abort();
+}
+
+const long kStatuses[] = {200, 202, 400, 401, 500, 503, 0,   204,
+                          301, 404, 200, 200, 503, 401, 202, -1};
+
+void checkClassification(std::string_view line, const Kind& kind) {
+  if (kind.tag != Kind::Tag::request) {
+    check(kind.id.is_null());
+    return;
+  }
+  // A request is an object with "jsonrpc":"2.0", a string "method" and the id it reports.
+  Json doc = Json::parse(line);
+  check(doc.is_object());
+  check(doc.at("jsonrpc") == "2.0");
+  check(doc.at("method").is_string());
+  check(doc.at("id") == kind.id);
+}
+
+void checkReply(const Kind& kind, long status, const std::optional<std::string>& body,
+                const std::optional<std::string>& failure) {
+  auto line = reply(kind, status, body, failure);
+  bool passesBody = !failure && status == 200 && body && !body->empty() && isValidUtf8(*body);
+  if (passesBody) {
+    std::string expected;
+    for (char c : *body) {
+      if (c != '\n') expected.push_back(c);
+    }
+    check(line == expected);
+    return;
+  }
+  if (kind.tag == Kind::Tag::notification || (!failure && status == 202)) {
+    check(!line);
+    return;
+  }
+  check(line.has_value());
+  check(line->find('\n') == std::string::npos);
+  Json doc = Json::parse(*line);
+  check(doc.size() == 3);
+  check(doc.at("jsonrpc") == "2.0");
+  check(doc.at("id") == (kind.tag == Kind::Tag::request ? kind.id : Json(nullptr)));
+  check(doc.at("error").at("code") == kErrorCode);
+  check(doc.at("error").at("message").is_string());
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  if (size == 0) return 0;
+  const uint8_t control = data[0];
+  std::string_view rest(reinterpret_cast<const char*>(data + 1), size - 1);
+  auto feed = rest.find('\n');
+  std::string_view line = rest.substr(0, feed);
+  std::optional<std::string> body;
+  if (feed != std::string_view::npos) body = std::string(rest.substr(feed + 1));
+  long status = kStatuses[control & 15];
+  std::optional<std::string> failure;
+  if (control & 16) failure = std::string(line.substr(0, 40));
+
+  // The line as the relay sees it (valid UTF-8), and as raw bytes.
+  std::string text = repairUtf8(line);
+  check(isValidUtf8(text));
+  if (isValidUtf8(line)) check(text == line);
+  for (std::string_view candidate : {std::string_view(text), line}) {
+    Kind kind = classify(candidate);
+    checkClassification(candidate, kind);
+    checkReply(kind, status, body, failure);
+  }
+  return 0;
+}
