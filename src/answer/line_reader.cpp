@@ -1,5 +1,6 @@
 #include "answer/line_reader.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -44,9 +45,15 @@ bool LineReader::next(std::string_view* line) {
     size_t had = buffer_.size();
     buffer_.resize(had + kChunk);
     ssize_t n;
-    do {
+    for (;;) {
       n = ::read(fd_, buffer_.data() + had, kChunk);
-    } while (n < 0 && errno == EINTR);
+      if (n >= 0) break;
+      if (errno == EINTR) continue;
+      // A non-blocking descriptor from the parent: wait for data instead of ending.
+      if (errno != EAGAIN && errno != EWOULDBLOCK) break;
+      pollfd ready{fd_, POLLIN, 0};
+      ::poll(&ready, 1, -1);
+    }
     buffer_.resize(had + (n > 0 ? static_cast<size_t>(n) : 0));
     if (n <= 0) ended_ = true;
   }

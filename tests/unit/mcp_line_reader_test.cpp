@@ -3,8 +3,10 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -88,6 +90,24 @@ TEST(LineReader, ReadsFromAPipeAsDataArrives) {
   EXPECT_EQ(line, "two");
   close(fds[1]);
   EXPECT_FALSE(reader.next(&line));
+  close(fds[0]);
+}
+
+TEST(LineReader, WaitsOnANonBlockingDescriptorInsteadOfEnding) {
+  int fds[2];
+  ASSERT_EQ(pipe(fds), 0);
+  fcntl(fds[0], F_SETFL, O_NONBLOCK);
+  std::thread writer([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_EQ(write(fds[1], "late\n", 5), 5);
+    close(fds[1]);
+  });
+  LineReader reader(fds[0]);
+  std::string_view line;
+  ASSERT_TRUE(reader.next(&line));
+  EXPECT_EQ(line, "late");
+  EXPECT_FALSE(reader.next(&line));
+  writer.join();
   close(fds[0]);
 }
 
