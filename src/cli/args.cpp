@@ -2,20 +2,27 @@
 
 namespace tallowbrook {
 namespace {
-std::vector<std::string>& storage() {
-  static std::vector<std::string> words;
-  return words;
+std::vector<std::string>& words() {
+  static std::vector<std::string> list;
+  return list;
+}
+std::vector<std::string>& everything() {
+  static std::vector<std::string> list;
+  return list;
 }
 }  // namespace
 
 const std::vector<std::string>& args() {
-  return storage();
+  return words();
+}
+
+const std::vector<std::string>& commandLine() {
+  return everything();
 }
 
 void setArgs(int argc, const char* const* argv) {
-  auto& words = storage();
-  words.clear();
-  for (int i = 1; i < argc; ++i) words.emplace_back(argv[i]);
+  everything().assign(argv, argv + argc);
+  words().assign(argc > 0 ? argv + 1 : argv, argv + argc);
 }
 
 }  // namespace tallowbrook

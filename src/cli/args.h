@@ -11,8 +11,11 @@ namespace tallowbrook {
 // thread may read it without a lock.
 const std::vector<std::string>& args();
 
-// Records argv[1..argc) as `args()`. Called once, by the entry point, before any other thread
-// exists. Words are kept byte for byte (Linux paths need not be UTF-8).
+// The whole command line, program path first, as the process received it. Same rules as `args()`.
+const std::vector<std::string>& commandLine();
+
+// Records argv as `commandLine()` and argv[1..argc) as `args()`. Called once, by the entry point,
+// before any other thread exists. Words are kept byte for byte (Linux paths need not be UTF-8).
 void setArgs(int argc, const char* const* argv);
 
 }  // namespace tallowbrook

@@ -1,0 +1,64 @@
+#include "ocr/line_quad.h"
+
+#include <cmath>
+
+namespace tallowbrook::VisionOCR {
+
+LineQuad lineQuad(const PixelBox& box, double dirX, double dirY) {
+  const double width = box.right - box.left;
+  const double height = box.bottom - box.top;
+  double length = std::hypot(dirX, dirY);
+  double ux = length > 0 ? dirX / length : 1, uy = length > 0 ? dirY / length : 0;
+
+  // A rectangle of length L and height h turned to direction u has the hull
+  //   width = L|ux| + h|uy|,  height = L|uy| + h|ux|.
+  const double a = std::fabs(ux), b = std::fabs(uy);
+  const double det = a * a - b * b;
+  double lineLength = 0, textHeight = 0;
+  bool solved = false;
+  if (std::fabs(det) > 0.2) {
+    lineLength = (width * a - height * b) / det;
+    textHeight = (height * a - width * b) / det;
+    solved = lineLength > 0 && textHeight > 0;
+  }
+  if (!solved) {
+    // Turn to the nearest axis, keeping the reading sense.
+    if (a >= b) {
+      ux = ux < 0 ? -1 : 1, uy = 0;
+      lineLength = width, textHeight = height;
+    } else {
+      ux = 0, uy = uy < 0 ? -1 : 1;
+      lineLength = height, textHeight = width;
+    }
+  }
+
+  // "Up" for the text: the reading direction turned a quarter against the clock (y down).
+  const double upX = uy, upY = -ux;
+  const double cx = box.left + width / 2, cy = box.top + height / 2;
+  auto corner = [&](double along, double up) {
+    return PixelPoint{cx + ux * along * lineLength / 2 + upX * up * textHeight / 2,
+                      cy + uy * along * lineLength / 2 + upY * up * textHeight / 2};
+  };
+  return LineQuad{{corner(-1, 1), corner(1, 1), corner(1, -1), corner(-1, -1)}, textHeight};
+}
+
+BottomLeftPoint originalBottomLeft(const PixelPoint& point, const Orientation& orientation) {
+  const double w = orientation.width, h = orientation.height;
+  double x = point.x, y = point.y;
+  switch (((orientation.quarterTurns % 4) + 4) % 4) {
+    case 1:  // turned clockwise: x' = h - y, y' = x
+      x = point.y, y = h - point.x;
+      break;
+    case 2:
+      x = w - point.x, y = h - point.y;
+      break;
+    case 3:  // turned against the clock: x' = y, y' = w - x
+      x = w - point.y, y = point.x;
+      break;
+    default:
+      break;
+  }
+  return BottomLeftPoint{x / w, 1 - y / h};
+}
+
+}  // namespace tallowbrook::VisionOCR

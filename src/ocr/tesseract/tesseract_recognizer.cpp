@@ -1,0 +1,353 @@
+// The text recogniser on Tesseract 5 (LSTM engine), images through Leptonica. Built into the
+// ocr module, so only vision-ocr loads these libraries.
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <leptonica/allheaders.h>
+#include <tesseract/baseapi.h>
+#include <tesseract/resultiterator.h>
+
+#include "cli/silenced_stderr.h"
+#include "ocr/languages.h"
+#include "ocr/line_quad.h"
+#include "ocr/text_recognizer.h"
+
+namespace tallowbrook::VisionOCR {
+namespace {
+
+// Larger images are refused: decoding alone would take gigabytes.
+constexpr int64_t kMaxImagePixels = 100'000'000;
+// Larger images are scaled down before recognition, which bounds Tesseract's memory; text on
+// such pages is still several times the size the recogniser needs.
+constexpr int64_t kMaxRecognitionPixels = 36'000'000;
+// At most this many languages are tried at once when detecting the language.
+constexpr size_t kMaxDetectedLanguages = 3;
+// Upright pages read with a mean word confidence far above this; turned ones far below.
+constexpr int kUprightConfidence = 60;
+
+struct PixDeleter {
+  void operator()(Pix* pix) const { pixDestroy(&pix); }
+};
+using PixPtr = std::unique_ptr<Pix, PixDeleter>;
+
+bool isDirectory(const std::string& path) {
+  struct stat info {};
+  return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+bool isFile(const std::string& path) {
+  struct stat info {};
+  return stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
+}
+
+// Where the language data lives: TESSDATA_PREFIX (the folder itself or its tessdata/), else
+// the folder Debian's packages install into.
+std::string tessdataDirectory() {
+  if (const char* prefix = std::getenv("TESSDATA_PREFIX"); prefix != nullptr && *prefix) {
+    std::string dir(prefix);
+    if (dir.back() != '/') dir += '/';
+    if (isDirectory(dir + "tessdata") && !isFile(dir + "eng.traineddata")) dir += "tessdata/";
+    return dir;
+  }
+  return "/usr/share/tesseract-ocr/5/tessdata/";
+}
+
+std::vector<std::string> installedLanguages(const std::string& dir) {
+  std::vector<std::string> names;
+  if (DIR* folder = opendir(dir.c_str())) {
+    const std::string suffix = ".traineddata";
+    while (dirent* entry = readdir(folder)) {
+      std::string name = entry->d_name;
+      if (name.size() > suffix.size() &&
+          name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0) {
+        name.resize(name.size() - suffix.size());
+        if (name != "osd" && name != "equ") names.push_back(name);
+      }
+    }
+    closedir(folder);
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+bool contains(const std::vector<std::string>& list, const std::string& item) {
+  return std::find(list.begin(), list.end(), item) != list.end();
+}
+
+// Tesseract images are 1, 8 or 32 bits per pixel without a colour map.
+PixPtr normalizedDepth(Pix* source) {
+  PixPtr pix(pixRemoveColormap(source, REMOVE_CMAP_BASED_ON_SRC));
+  if (!pix) return nullptr;
+  int depth = pixGetDepth(pix.get());
+  if (depth == 1 || depth == 8 || depth == 32) return pix;
+  if (depth == 16) return PixPtr(pixConvert16To8(pix.get(), L_MS_BYTE));
+  if (depth == 24) return PixPtr(pixConvert24To32(pix.get()));
+  return PixPtr(pixConvertTo8(pix.get(), 0));
+}
+
+std::string trimmed(const char* text) {
+  std::string line = text != nullptr ? text : "";
+  while (!line.empty() && (line.back() == '\n' || line.back() == ' ' || line.back() == '\r')) {
+    line.pop_back();
+  }
+  size_t start = line.find_first_not_of(' ');
+  return start == std::string::npos ? std::string() : line.substr(start);
+}
+
+class TesseractRecognizer final : public TextRecognizer {
+ public:
+  TesseractRecognizer() { setMsgSeverity(L_SEVERITY_NONE); }
+
+  bool open(const std::string& path, ImageSize* size) override {
+    SilencedStderr quiet;  // libpng and libtiff report damaged files on standard error
+    if (!isFile(path)) return false;
+    l_int32 format = 0, width = 0, height = 0, bps = 0, spp = 0, colormap = 0;
+    if (pixReadHeader(path.c_str(), &format, &width, &height, &bps, &spp, &colormap) != 0 ||
+        width <= 0 || height <= 0) {
+      return false;
+    }
+    size->width = width;
+    size->height = height;
+    size_ = *size;
+    if (int64_t(width) * height > kMaxImagePixels) return true;  // refused when recognising
+    Pix* decoded = pixRead(path.c_str());
+    if (decoded == nullptr) return false;
+    image_.reset(decoded);
+    size->width = pixGetWidth(decoded);
+    size->height = pixGetHeight(decoded);
+    size_ = *size;
+    return true;
+  }
+
+  bool recognize(const Settings& settings, std::vector<DocumentObservation>* observations,
+                 std::string* error) override {
+    SilencedStderr quiet;
+    if (!image_) {
+      *error = "the image is too large to recognise (" + std::to_string(size_.width) + " x " +
+               std::to_string(size_.height) + " pixels; at most " +
+               std::to_string(kMaxImagePixels / 1'000'000) + " million)";
+      return false;
+    }
+    PixPtr pix = prepared();
+    if (!pix) {
+      *error = "could not prepare the image for recognition";
+      return false;
+    }
+
+    const std::string dataDir = tessdataDirectory();
+    const std::vector<std::string> installed = installedLanguages(dataDir);
+    const bool haveOsd = isFile(dataDir + "osd.traineddata");
+    std::optional<PageOrientation> detected;
+    if (settings.automaticallyDetectLanguage && haveOsd)
+      detected = detectOrientation(dataDir, pix.get());
+    std::vector<std::string> languages;
+    if (!chooseLanguages(settings, installed, detected ? detected->script : "", &languages,
+                         error)) {
+      return false;
+    }
+
+    std::string joined;
+    for (const auto& language : languages) joined += (joined.empty() ? "" : "+") + language;
+    // Language correction is the dictionaries; without it the recogniser reads characters only.
+    const char* dictionaries = settings.useLanguageCorrection ? "1" : "0";
+    std::vector<std::string> names = {"debug_file", "load_system_dawg", "load_freq_dawg"};
+    std::vector<std::string> values = {"/dev/null", dictionaries, dictionaries};
+    tesseract::TessBaseAPI api;
+    if (api.Init(dataDir.c_str(), joined.c_str(), tesseract::OEM_LSTM_ONLY, nullptr, 0, &names,
+                 &values, false) != 0) {
+      *error = "could not load the recognition data for " + joined + " from " + dataDir;
+      return false;
+    }
+    api.SetPageSegMode(tesseract::PSM_AUTO);
+    // The second pass over inverted (light on dark) lines costs more than it finds on documents.
+    api.SetVariable("tessedit_do_invert", "0");
+
+    Orientation orientation{0, pixGetWidth(pix.get()), pixGetHeight(pix.get())};
+    if (!recognizeImage(api, pix.get(), error)) return false;
+    // Most pages are upright and read well as they are. A page read poorly may be turned:
+    // orientation detection finds by how much, and the turned page is read again.
+    if (haveOsd && api.MeanTextConf() < kUprightConfidence) {
+      if (!detected) detected = detectOrientation(dataDir, pix.get());
+      int turns = detected ? (4 - detected->degrees / 90) % 4 : 0;
+      if (turns != 0) {
+        int uprightConfidence = api.MeanTextConf();
+        PixPtr turned(pixRotateOrth(pix.get(), turns));
+        if (turned && recognizeImage(api, turned.get(), error) &&
+            api.MeanTextConf() > uprightConfidence) {
+          orientation.quarterTurns = turns;
+          pix = std::move(turned);
+        } else if (!recognizeImage(api, pix.get(), error)) {
+          return false;
+        }
+      }
+    }
+    collect(api, orientation, settings.minimumTextHeightFraction, observations);
+    return true;
+  }
+
+ private:
+  struct PageOrientation {
+    int degrees = 0;     // the page's clockwise turn: 0, 90, 180 or 270
+    std::string script;  // "Latin", "Cyrillic", "Han", ...
+  };
+
+  static bool recognizeImage(tesseract::TessBaseAPI& api, Pix* pix, std::string* error) {
+    api.SetImage(pix);
+    if (api.GetSourceYResolution() < 70) api.SetSourceResolution(300);
+    if (api.Recognize(nullptr) != 0) {
+      *error = "the recogniser could not read the image";
+      return false;
+    }
+    return true;
+  }
+
+  // The decoded image at a depth Tesseract takes, scaled down when very large.
+  PixPtr prepared() const {
+    PixPtr pix = normalizedDepth(image_.get());
+    if (!pix) return nullptr;
+    int64_t pixels = int64_t(pixGetWidth(pix.get())) * pixGetHeight(pix.get());
+    if (pixels > kMaxRecognitionPixels) {
+      float scale = float(std::sqrt(double(kMaxRecognitionPixels) / double(pixels)));
+      pix.reset(pixScale(pix.get(), scale, scale));
+    }
+    return pix;
+  }
+
+  // The data names to recognise with, in priority order; fails naming a language without data.
+  // With a detected `script`, languages of that script are preferred.
+  static bool chooseLanguages(const Settings& settings, const std::vector<std::string>& installed,
+                              const std::string& script, std::vector<std::string>* chosen,
+                              std::string* error) {
+    for (const auto& identifier : settings.languages) {
+      auto data = languageDataName(identifier);
+      if (!data) {
+        *error = "unsupported recognition language \"" + identifier + "\"";
+        return false;
+      }
+      if (!contains(installed, *data)) {
+        *error = "no recognition data is installed for the language \"" + identifier +
+                 "\" (install " + languagePackage(*data) + ")";
+        return false;
+      }
+      if (!contains(*chosen, *data)) chosen->push_back(*data);
+    }
+    if (settings.automaticallyDetectLanguage) {
+      std::vector<std::string> detected;
+      for (const auto& data : *chosen) {
+        if (script.empty() || languageScript(data) == script) detected.push_back(data);
+      }
+      for (const auto& data : installed) {
+        if (!script.empty() && languageScript(data) == script && !contains(detected, data)) {
+          detected.push_back(data);
+        }
+      }
+      if (detected.size() > kMaxDetectedLanguages) detected.resize(kMaxDetectedLanguages);
+      if (!detected.empty()) *chosen = detected;
+    }
+    if (chosen->empty()) {
+      if (!contains(installed, "eng")) {
+        *error = "no recognition data is installed (install tesseract-ocr-eng)";
+        return false;
+      }
+      chosen->push_back("eng");
+    }
+    return true;
+  }
+
+  // The page's turn and writing script as orientation detection sees them; nothing when it
+  // cannot tell.
+  static std::optional<PageOrientation> detectOrientation(const std::string& dataDir, Pix* pix) {
+    std::vector<std::string> names = {"debug_file"};
+    std::vector<std::string> values = {"/dev/null"};
+    tesseract::TessBaseAPI osd;
+    if (osd.Init(dataDir.c_str(), "osd", tesseract::OEM_TESSERACT_ONLY, nullptr, 0, &names, &values,
+                 false) != 0) {
+      return std::nullopt;
+    }
+    osd.SetPageSegMode(tesseract::PSM_OSD_ONLY);
+    osd.SetImage(pix);
+    if (osd.GetSourceYResolution() < 70) osd.SetSourceResolution(300);
+    int degrees = 0;
+    float orientationConfidence = 0, scriptConfidence = 0;
+    const char* script = nullptr;
+    if (!osd.DetectOrientationScript(&degrees, &orientationConfidence, &script,
+                                     &scriptConfidence)) {
+      return std::nullopt;
+    }
+    return PageOrientation{degrees, script != nullptr ? script : ""};
+  }
+
+  // Walks the result: each Tesseract block is one observation, its paragraphs and lines in
+  // reading order. Lines without text and lines lower than the minimum height are left out.
+  static void collect(tesseract::TessBaseAPI& api, const Orientation& orientation,
+                      float minimumHeight, std::vector<DocumentObservation>* observations) {
+    std::unique_ptr<tesseract::ResultIterator> it(api.GetIterator());
+    if (!it) return;
+    const auto kLine = tesseract::RIL_TEXTLINE;
+    const double originalHeight =
+        orientation.quarterTurns % 2 == 0 ? orientation.height : orientation.width;
+    bool newBlock = true, newParagraph = true;
+    do {
+      if (it->IsAtBeginningOf(tesseract::RIL_BLOCK)) newBlock = true;
+      if (it->IsAtBeginningOf(tesseract::RIL_PARA)) newParagraph = true;
+      if (it->Empty(kLine)) continue;
+      std::unique_ptr<char[]> raw(it->GetUTF8Text(kLine));
+      std::string text = trimmed(raw.get());
+      if (text.empty()) continue;
+
+      PixelBox box;
+      if (!it->BoundingBox(kLine, &box.left, &box.top, &box.right, &box.bottom)) continue;
+      int x1 = 0, y1 = 0, x2 = 1, y2 = 0;
+      if (!it->Baseline(kLine, &x1, &y1, &x2, &y2)) x1 = 0, y1 = 0, x2 = 1, y2 = 0;
+      LineQuad quad = lineQuad(box, x2 - x1, y2 - y1);
+      // Heights compare in the recognised image, whose height is the original's upright height.
+      if (quad.textHeight < double(minimumHeight) * originalHeight) continue;
+
+      LineObservation line;
+      for (size_t i = 0; i < 4; ++i) {
+        line.corners[i] = originalBottomLeft(quad.corners[i], orientation);
+      }
+      line.confidence = std::clamp(it->Confidence(kLine) / 100.0f, 0.0f, 1.0f);
+      line.topCandidate = TextCandidate{text, meanWordConfidence(*it)};
+      line.transcript = text;
+
+      if (newBlock) observations->emplace_back();
+      if (newBlock || newParagraph) observations->back().paragraphs.emplace_back();
+      newBlock = newParagraph = false;
+      observations->back().paragraphs.back().lines.push_back(std::move(line));
+    } while (it->Next(kLine));
+  }
+
+  // The mean confidence of the words of the line `line` points at, 0...1.
+  static float meanWordConfidence(const tesseract::ResultIterator& line) {
+    tesseract::ResultIterator words(line);
+    float sum = 0;
+    int count = 0;
+    do {
+      if (!words.Empty(tesseract::RIL_WORD)) {
+        sum += words.Confidence(tesseract::RIL_WORD);
+        ++count;
+      }
+    } while (!words.IsAtFinalElement(tesseract::RIL_TEXTLINE, tesseract::RIL_WORD) &&
+             words.Next(tesseract::RIL_WORD));
+    return count > 0 ? std::clamp(sum / count / 100.0f, 0.0f, 1.0f) : 0.0f;
+  }
+
+  PixPtr image_;
+  ImageSize size_;
+};
+
+}  // namespace
+}  // namespace tallowbrook::VisionOCR
+
+extern "C" tallowbrook::VisionOCR::TextRecognizer* tallowbrook_create_text_recognizer() {
+  return new tallowbrook::VisionOCR::TesseractRecognizer();
+}

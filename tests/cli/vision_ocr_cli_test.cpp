@@ -1,0 +1,246 @@
+// vision-ocr with the real recogniser, on images rendered from known text and on the corpus.
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+#include "run_helper.h"
+
+namespace {
+
+const std::string kImages = OCR_IMAGES_DIR;
+const std::string kCorpus = CORPORA_DIR "/ocr/tesseract-test";
+
+std::string slurp(const std::string& path) {
+  std::ifstream in(path);
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+std::string folded(const std::string& text) {
+  std::istringstream words(text);
+  std::string word, out;
+  while (words >> word) out += (out.empty() ? "" : " ") + word;
+  return out;
+}
+
+double characterErrorRate(const std::string& text, const std::string& truth) {
+  std::string a = folded(text), b = folded(truth);
+  std::vector<size_t> previous(b.size() + 1), current(b.size() + 1);
+  for (size_t j = 0; j <= b.size(); ++j) previous[j] = j;
+  for (size_t i = 1; i <= a.size(); ++i) {
+    current[0] = i;
+    for (size_t j = 1; j <= b.size(); ++j) {
+      current[j] = std::min(
+          {previous[j] + 1, current[j - 1] + 1, previous[j - 1] + (a[i - 1] != b[j - 1] ? 1 : 0)});
+    }
+    std::swap(previous, current);
+  }
+  return double(previous[b.size()]) / double(std::max<size_t>(1, b.size()));
+}
+
+// Runs vision-ocr and returns its one report; expects status 0 and a silent stderr.
+nlohmann::json recognize(const std::string& path, std::vector<std::string> options = {}) {
+  std::vector<std::string> words{"vision-ocr", path};
+  words.insert(words.end(), options.begin(), options.end());
+  auto run = runHelper(words);
+  EXPECT_EQ(run.status, 0) << run.out;
+  EXPECT_EQ(run.err, "");
+  auto lines = jsonLines(run.out);
+  EXPECT_EQ(lines.size(), 1u) << run.out;
+  return lines.empty() ? nlohmann::json() : lines[0];
+}
+
+std::vector<std::string> texts(const nlohmann::json& report) {
+  std::vector<std::string> result;
+  for (const auto& line : report["lines"]) result.push_back(line["text"]);
+  return result;
+}
+
+std::string joined(const nlohmann::json& report) {
+  std::string text;
+  for (const auto& line : report["lines"]) text += line["text"].get<std::string>() + "\n";
+  return text;
+}
+
+void expectWellFormedLines(const nlohmann::json& report) {
+  ASSERT_EQ(report["lineCount"], report["lines"].size());
+  int index = 0;
+  for (const auto& line : report["lines"]) {
+    EXPECT_EQ(line["index"], index);
+    EXPECT_EQ(line["ord"], index);
+    ++index;
+    const auto& b = line["bbox"];
+    EXPECT_GE(b["x"].get<double>(), 0);
+    EXPECT_GE(b["y"].get<double>(), 0);
+    EXPECT_GE(b["w"].get<double>(), 0);
+    EXPECT_GE(b["h"].get<double>(), 0);
+    EXPECT_LE(b["x"].get<double>() + b["w"].get<double>(), 1 + 1e-12);
+    EXPECT_LE(b["y"].get<double>() + b["h"].get<double>(), 1 + 1e-12);
+    for (const char* key : {"confidence", "obsConfidence"}) {
+      ASSERT_TRUE(line.contains(key));
+      EXPECT_GT(line[key].get<double>(), 0);
+      EXPECT_LE(line[key].get<double>(), 1);
+    }
+    EXPECT_FALSE(line.contains("block") && line["block"].is_null());
+  }
+}
+
+void expectFailure(const std::vector<std::string>& words, const std::string& message) {
+  auto run = runHelper(words);
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err, "");
+  auto lines = jsonLines(run.out);
+  ASSERT_EQ(lines.size(), 1u) << run.out;
+  EXPECT_EQ(lines[0], (nlohmann::json{{"type", "error"}, {"message", message}}));
+}
+
+TEST(VisionOcr, TwoParagraphsKeepTheirTextOrderAndBlocks) {
+  auto report = recognize(kImages + "/paragraphs.png");
+  EXPECT_EQ(report["type"], "vision-ocr");
+  EXPECT_EQ(report["engine"], "documents");
+  EXPECT_EQ(report["width"], 1400);
+  EXPECT_EQ(report["height"], 700);
+  EXPECT_EQ(report["settings"], (nlohmann::json{{"useLanguageCorrection", "false"},
+                                                {"automaticallyDetectLanguage", "false"},
+                                                {"languages", "en-US"},
+                                                {"minimumTextHeightFraction", "0.0"}}));
+  EXPECT_EQ(texts(report),
+            (std::vector<std::string>{
+                "The archive keeps every letter", "that arrived during the winter.",
+                "Receipts are filed by month", "and scanned at three hundred dots."}));
+  expectWellFormedLines(report);
+  std::vector<int> blocks;
+  double previousY = -1;
+  for (const auto& line : report["lines"]) {
+    blocks.push_back(line["block"]);
+    EXPECT_GT(line["bbox"]["y"].get<double>(), previousY);
+    previousY = line["bbox"]["y"];
+  }
+  EXPECT_EQ(blocks, (std::vector<int>{0, 0, 1, 1}));
+  // The first line starts 80 px from the left and 80 px from the top of a 1400 x 700 page.
+  EXPECT_NEAR(report["lines"][0]["bbox"]["x"].get<double>(), 80.0 / 1400, 0.01);
+  EXPECT_NEAR(report["lines"][0]["bbox"]["y"].get<double>(), 80.0 / 700, 0.03);
+}
+
+TEST(VisionOcr, SkewedLineIsReadAndBoxedWhole) {
+  auto report = recognize(kImages + "/skewed.png");
+  ASSERT_EQ(texts(report), std::vector<std::string>{"Skewed lines still read well"});
+  expectWellFormedLines(report);
+  // Turned 6 degrees, the 650 px long line spans far more than its 50 px letters in height.
+  EXPECT_GT(report["lines"][0]["bbox"]["h"].get<double>() * 300, 90);
+}
+
+TEST(VisionOcr, MinimumTextHeightDropsSmallLines) {
+  auto all = recognize(kImages + "/small-text.png");
+  EXPECT_EQ(texts(all), (std::vector<std::string>{"Large heading text",
+                                                  "small footnote text that is much lower"}));
+  auto large = recognize(kImages + "/small-text.png", {"--min-text-height", "0.1"});
+  EXPECT_EQ(texts(large), std::vector<std::string>{"Large heading text"});
+  EXPECT_EQ(large["settings"]["minimumTextHeightFraction"], "0.1");
+  EXPECT_EQ(large["lines"][0]["index"], 0);
+}
+
+TEST(VisionOcr, ReadsEveryCommonImageFormat) {
+  for (const char* format : {"jpg", "webp", "gif", "bmp", "pnm", "tif"}) {
+    auto report = recognize(kImages + "/formats/phototest." + format);
+    EXPECT_EQ(texts(report), (std::vector<std::string>{"This is a lot of text to test",
+                                                       "the recognition of formats."}))
+        << format;
+  }
+}
+
+TEST(VisionOcr, CorpusPageMatchesItsGroundTruth) {
+  auto report = recognize(kCorpus + "/phototest.tif");
+  expectWellFormedLines(report);
+  EXPECT_LE(characterErrorRate(joined(report), slurp(kCorpus + "/phototest.gt.txt")), 0.01);
+}
+
+TEST(VisionOcr, TurnedPagesAreReadUpright) {
+  for (const char* name : {"phototest-rotated-L", "phototest-rotated-R", "phototest-rotated-180"}) {
+    auto report = recognize(kCorpus + "/" + name + ".png");
+    expectWellFormedLines(report);
+    EXPECT_LE(characterErrorRate(joined(report), slurp(kCorpus + "/" + name + ".gt.txt")), 0.01)
+        << name << ": " << joined(report);
+  }
+  // Turned a quarter, lines run down the page: their boxes are tall and narrow.
+  auto sideways = recognize(kCorpus + "/phototest-rotated-L.png");
+  ASSERT_GT(sideways["lines"].size(), 0u);
+  const auto& box = sideways["lines"][0]["bbox"];
+  EXPECT_GT(box["h"].get<double>() * 640, box["w"].get<double>() * 480 * 3);
+}
+
+TEST(VisionOcr, OtherInstalledLanguagesAndDetection) {
+  auto german = recognize(kImages + "/paragraphs.png", {"--languages", "de-DE,en-US"});
+  EXPECT_EQ(german["settings"]["languages"], "de-DE,en-US");
+  EXPECT_EQ(german["lineCount"], 4);
+  auto detected = recognize(kImages + "/paragraphs.png", {"--auto-language", "yes"});
+  EXPECT_EQ(detected["settings"]["automaticallyDetectLanguage"], "true");
+  EXPECT_EQ(texts(detected)[0], "The archive keeps every letter");
+  auto corrected = recognize(kImages + "/paragraphs.png", {"--language-correction", "on"});
+  EXPECT_EQ(texts(corrected)[3], "and scanned at three hundred dots.");
+}
+
+TEST(VisionOcr, LanguageWithoutDataFailsNamingIt) {
+  expectFailure({"vision-ocr", kImages + "/paragraphs.png", "--languages", "en-US,fr-FR"},
+                "Vision failed: no recognition data is installed for the language \"fr-FR\" "
+                "(install tesseract-ocr-fra)");
+  expectFailure({"vision-ocr", kImages + "/paragraphs.png", "--languages", "xx-YY"},
+                "Vision failed: unsupported recognition language \"xx-YY\"");
+}
+
+TEST(VisionOcr, UnreadableFilesFailWithTheReadMessage) {
+  for (const char* name : {"missing.png", "empty.png", "truncated.png", "text.png", "formats"}) {
+    std::string path = kImages + "/" + name;
+    expectFailure({"vision-ocr", path}, "could not read an image at " + path);
+  }
+}
+
+TEST(VisionOcr, OnePixelImageGivesAnEmptyReport) {
+  auto report = recognize(kImages + "/one-pixel.png");
+  EXPECT_EQ(report["width"], 1);
+  EXPECT_EQ(report["lineCount"], 0);
+  EXPECT_EQ(report["lines"], nlohmann::json::array());
+}
+
+TEST(VisionOcr, HugeImageIsRefusedWithinBoundedMemory) {
+  // 20000 x 20000 pixels; the helper must refuse it without decoding it into gigabytes.
+  auto run = runProgram({"/bin/sh", "-c", "ulimit -v 1500000; exec \"$0\" vision-ocr \"$1\"",
+                         HELPER_PATH, kImages + "/huge.png"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err, "");
+  auto lines = jsonLines(run.out);
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0]["message"],
+            "Vision failed: the image is too large to recognise (20000 x 20000 pixels; at most "
+            "100 million)");
+}
+
+TEST(VisionOcr, MissingModuleBreaksOnlyRecognition) {
+  // A helper installed without its modules: recognition fails clearly, the rest still works.
+  char dir[] = "/tmp/tallowbrook-nomodule-XXXXXX";
+  ASSERT_NE(mkdtemp(dir), nullptr);
+  std::string bin = std::string(dir) + "/bin";
+  mkdir(bin.c_str(), 0755);
+  std::string helper = bin + "/tallowbrook-helper";
+  ASSERT_EQ(runProgram({"cp", HELPER_PATH, helper}).status, 0);
+
+  auto run = runProgram({helper, "vision-ocr", kImages + "/paragraphs.png"});
+  EXPECT_EQ(run.status, 1);
+  auto lines = jsonLines(run.out);
+  ASSERT_EQ(lines.size(), 1u);
+  std::string message = lines[0]["message"];
+  EXPECT_EQ(message.rfind("could not load the ocr module: ", 0), 0u) << message;
+  EXPECT_NE(message.find("tallowbrook-ocr.so"), std::string::npos) << message;
+
+  auto selfTest = runProgram({helper, "vision-ocr", "--self-test"});
+  EXPECT_EQ(selfTest.status, 0);
+  EXPECT_EQ(runProgram({helper, "capabilities"}).status, 0);
+  runProgram({"rm", "-rf", dir});
+}
+
+}  // namespace

@@ -1,0 +1,32 @@
+# Text recognition tests.
+add_executable(unit-ocr-tests
+  unit/ocr_languages_test.cpp
+  unit/ocr_line_quad_test.cpp
+  unit/ocr_lines_test.cpp
+  unit/ocr_settings_test.cpp
+  unit/vision_ocr_test.cpp
+)
+target_include_directories(unit-ocr-tests PRIVATE unit)
+target_link_libraries(unit-ocr-tests PRIVATE tallowbrook-core tallowbrook-warnings
+                      GTest::gtest_main)
+gtest_discover_tests(unit-ocr-tests TEST_PREFIX "ocr." DISCOVERY_TIMEOUT 60)
+
+# Images rendered from known text, made once per build tree.
+set(OCR_IMAGES_DIR ${CMAKE_CURRENT_BINARY_DIR}/ocr-images)
+add_custom_command(
+  OUTPUT ${OCR_IMAGES_DIR}/stamp
+  COMMAND /usr/bin/python3 ${CMAKE_CURRENT_SOURCE_DIR}/fixtures/ocr_images.py ${OCR_IMAGES_DIR}
+  COMMAND ${CMAKE_COMMAND} -E touch ${OCR_IMAGES_DIR}/stamp
+  DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/fixtures/ocr_images.py
+  COMMENT "Rendering OCR test images")
+add_custom_target(ocr-images DEPENDS ${OCR_IMAGES_DIR}/stamp)
+
+add_executable(cli-ocr-tests cli/vision_ocr_cli_test.cpp)
+target_link_libraries(cli-ocr-tests PRIVATE cli-test-support tallowbrook-warnings GTest::gtest_main)
+target_compile_definitions(cli-ocr-tests PRIVATE
+  HELPER_PATH="$<TARGET_FILE:tallowbrook-helper>"
+  OCR_IMAGES_DIR="${OCR_IMAGES_DIR}"
+  CORPORA_DIR="${PROJECT_SOURCE_DIR}/../shared/corpora")
+add_dependencies(cli-ocr-tests ocr-images tallowbrook-ocr)
+gtest_discover_tests(cli-ocr-tests TEST_PREFIX "ocr.cli." DISCOVERY_TIMEOUT 60
+                     PROPERTIES TIMEOUT 300)
