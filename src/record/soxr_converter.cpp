@@ -1,0 +1,200 @@
+#include "record/soxr_converter.h"
+
+#include <soxr.h>
+
+#include <cmath>
+#include <cstring>
+#include <mutex>
+#include <vector>
+
+namespace tallowbrook {
+namespace {
+
+bool rateSupported(double rate) {
+  return rate >= kMinConvertedRate && rate <= kMaxConvertedRate;  // false for NaN
+}
+
+// Averages the channels of each frame of `buffer` into `mono` (full scale = 1.0).
+void foldToMono(const PcmBuffer& buffer, std::vector<float>& mono) {
+  const size_t frames = static_cast<size_t>(buffer.frameLength());
+  const size_t channels = buffer.format.channels;
+  mono.resize(frames);
+  const std::byte* data = buffer.bytes.data();
+  const float perChannel = 1.0f / static_cast<float>(channels);
+  switch (buffer.format.type) {
+    case SampleType::s16: {
+      const float scale = perChannel / 32768.0f;
+      for (size_t f = 0; f < frames; ++f) {
+        int64_t sum = 0;
+        for (size_t c = 0; c < channels; ++c) {
+          int16_t s;
+          std::memcpy(&s, data + (f * channels + c) * sizeof s, sizeof s);
+          sum += s;
+        }
+        mono[f] = static_cast<float>(sum) * scale;
+      }
+      break;
+    }
+    case SampleType::s32: {
+      const double scale = static_cast<double>(perChannel) / 2147483648.0;
+      for (size_t f = 0; f < frames; ++f) {
+        int64_t sum = 0;
+        for (size_t c = 0; c < channels; ++c) {
+          int32_t s;
+          std::memcpy(&s, data + (f * channels + c) * sizeof s, sizeof s);
+          sum += s;
+        }
+        mono[f] = static_cast<float>(static_cast<double>(sum) * scale);
+      }
+      break;
+    }
+    case SampleType::float32: {
+      for (size_t f = 0; f < frames; ++f) {
+        float sum = 0;
+        for (size_t c = 0; c < channels; ++c) {
+          float s;
+          std::memcpy(&s, data + (f * channels + c) * sizeof s, sizeof s);
+          sum += s;
+        }
+        float m = sum * perChannel;
+        // The resampler's integer output is undefined for NaN and infinities.
+        if (!std::isfinite(m)) m = std::isnan(m) ? 0.0f : (m > 0 ? 1.0f : -1.0f);
+        mono[f] = m;
+      }
+      break;
+    }
+  }
+}
+
+class SoxrConverter final : public PlatformConverter {
+ public:
+  explicit SoxrConverter(soxr_t soxr) : soxr_(soxr) {}
+  ~SoxrConverter() override { soxr_delete(soxr_); }
+  SoxrConverter(const SoxrConverter&) = delete;
+  SoxrConverter& operator=(const SoxrConverter&) = delete;
+
+  std::optional<std::string> convert(OutputBuffer& output, const InputBlock& input) override {
+    std::lock_guard<std::mutex> held(lock_);
+    output.samples.reserve(output.frameCapacity);
+    for (;;) {
+      if (ending_) return flush(output);
+      if (auto error = feedPending(output)) return error;
+      if (!pending_.empty()) return std::nullopt;  // no room left: the rest waits
+
+      InputStatus status = InputStatus::noDataNow;
+      const PcmBuffer* buffer = input(space(output), status);
+      if (status == InputStatus::endOfStream) {
+        ending_ = true;
+        continue;
+      }
+      if (status != InputStatus::haveData || buffer == nullptr) return drainReady(output);
+      foldToMono(*buffer, pending_);
+      pendingFrom_ = 0;
+    }
+  }
+
+ private:
+  static size_t space(const OutputBuffer& output) {
+    return output.frameCapacity > output.samples.size()
+               ? output.frameCapacity - output.samples.size()
+               : 0;
+  }
+
+  // One run of the resampler over `length` frames at `in` (null: end of input) into the free
+  // space of `output`.
+  struct Step {
+    size_t used = 0;      // input frames taken
+    size_t produced = 0;  // output frames made
+    soxr_error_t error = nullptr;
+  };
+  Step step(const float* in, size_t length, OutputBuffer& output) {
+    Step result;
+    const size_t before = output.samples.size();
+    const size_t room = space(output);
+    output.samples.resize(before + room);
+    result.error = soxr_process(soxr_, in, length, in ? &result.used : nullptr,
+                                output.samples.data() + before, room, &result.produced);
+    output.samples.resize(before + result.produced);
+    return result;
+  }
+
+  // Resamples the folded input not yet taken into the free space of `output`.
+  std::optional<std::string> feedPending(OutputBuffer& output) {
+    while (pendingFrom_ < pending_.size() && space(output) > 0) {
+      const Step done =
+          step(pending_.data() + pendingFrom_, pending_.size() - pendingFrom_, output);
+      if (done.error) return std::string(done.error);
+      pendingFrom_ += done.used;
+      if (done.used == 0 && done.produced == 0) break;  // nothing moves: wait for the next call
+    }
+    if (pendingFrom_ == pending_.size()) {
+      pending_.clear();
+      pendingFrom_ = 0;
+    }
+    return std::nullopt;
+  }
+
+  // Collects what the resampler has ready from input it already took, without ending the
+  // stream.
+  std::optional<std::string> drainReady(OutputBuffer& output) {
+    static const float kNoInput = 0;
+    while (space(output) > 0) {
+      const Step done = step(&kNoInput, 0, output);
+      if (done.error) return std::string(done.error);
+      if (done.produced == 0) break;
+    }
+    return std::nullopt;
+  }
+
+  // Drains what the resampler still holds; once it is empty, starts a fresh stream. What
+  // does not fit goes out at the next call.
+  std::optional<std::string> flush(OutputBuffer& output) {
+    for (;;) {
+      if (space(output) == 0) return std::nullopt;
+      const Step done = step(nullptr, 0, output);
+      if (done.error) return std::string(done.error);
+      if (done.produced == 0) break;
+    }
+    soxr_clear(soxr_);
+    ending_ = false;
+    pending_.clear();
+    pendingFrom_ = 0;
+    return std::nullopt;
+  }
+
+  std::mutex lock_;  // serialises calls; guards everything below
+  soxr_t soxr_;
+  // Folded input from pendingFrom_ on that the resampler has not taken yet (its output had no
+  // room); empty otherwise.
+  std::vector<float> pending_;
+  size_t pendingFrom_ = 0;
+  bool ending_ = false;  // end of stream seen, flush not finished
+};
+
+}  // namespace
+
+std::shared_ptr<PlatformConverter> makeSoxrConverter(const AudioFormat& from,
+                                                     const AudioFormat& to) {
+  if (from.channels < 1 || from.channels > kMaxConvertedChannels || !rateSupported(from.sampleRate))
+    return nullptr;
+  if (from.type != SampleType::s16 && from.type != SampleType::s32 &&
+      from.type != SampleType::float32) {
+    return nullptr;
+  }
+  if (to.type != SampleType::s16 || to.channels != 1 || !rateSupported(to.sampleRate)) {
+    return nullptr;
+  }
+  soxr_io_spec_t io = soxr_io_spec(SOXR_FLOAT32_I, SOXR_INT16_I);
+  io.flags |= SOXR_NO_DITHER;  // dither is random: the same input must give the same file
+  const soxr_quality_spec_t quality = soxr_quality_spec(SOXR_HQ, 0);
+  const soxr_runtime_spec_t runtime = soxr_runtime_spec(1);
+  soxr_error_t error = nullptr;
+  soxr_t soxr = soxr_create(from.sampleRate, to.sampleRate, 1, &error, &io, &quality, &runtime);
+  if (error || soxr == nullptr) {
+    if (soxr) soxr_delete(soxr);
+    return nullptr;
+  }
+  return std::make_shared<SoxrConverter>(soxr);
+}
+
+}  // namespace tallowbrook
