@@ -1,6 +1,8 @@
 #include "record/to_target.h"
 
+#include <chrono>
 #include <cstddef>
+#include <future>
 #include <memory>
 #include <string>
 #include <vector>
@@ -164,6 +166,30 @@ TEST_F(ToTargetTest, AnEmptyBufferReturnsNothingAndIsNotAFormatChange) {
   ASSERT_TRUE(converter.convert(stereo.buffer));
   EXPECT_EQ(log->events, std::vector<std::string>{"build"});
   EXPECT_EQ(log->capacities.size(), 2u);  // the empty buffers never reached the converter
+}
+
+TEST(ToTarget, AnEmptyBufferTakesNoLock) {
+  // onRateChange runs with the converter's lock held: an empty buffer converted from another
+  // thread meanwhile must come back without waiting for it.
+  auto log = std::make_shared<FakeConverterLog>();
+  ToTarget* self = nullptr;
+  TestBuffer empty(kStereoFloat44, 0);
+  std::future<std::optional<Samples>> call;  // outlives the callback, which must not wait on it
+  bool returned = false;
+  ToTarget converter(
+      recordingTargetFormat(),
+      [&](double, double) {
+        call = std::async(std::launch::async, [&] { return self->convert(empty.buffer); });
+        returned = call.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+      },
+      fakeFactory(log));
+  self = &converter;
+  TestBuffer at44(kStereoFloat44, 10);
+  TestBuffer at48(kStereoFloat48, 10);
+  ASSERT_TRUE(converter.convert(at44.buffer));
+  ASSERT_TRUE(converter.convert(at48.buffer));
+  EXPECT_TRUE(returned) << "an empty buffer waited for the converter's lock";
+  EXPECT_FALSE(call.get());
 }
 
 TEST_F(ToTargetTest, AFrameShortOfBytesCountsAsEmpty) {
