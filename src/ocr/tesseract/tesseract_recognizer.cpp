@@ -102,6 +102,33 @@ std::string trimmed(const char* text) {
   return start == std::string::npos ? std::string() : line.substr(start);
 }
 
+// The page's turn and writing script as orientation detection sees them.
+struct PageOrientation {
+  int degrees = 0;     // the page's clockwise turn: 0, 90, 180 or 270
+  std::string script;  // "Latin", "Cyrillic", "Han", ...
+};
+
+// Orientation detection of `pix`; nothing when it cannot tell.
+std::optional<PageOrientation> detectOrientation(const std::string& dataDir, Pix* pix) {
+  std::vector<std::string> names = {"debug_file"};
+  std::vector<std::string> values = {"/dev/null"};
+  tesseract::TessBaseAPI osd;
+  if (osd.Init(dataDir.c_str(), "osd", tesseract::OEM_TESSERACT_ONLY, nullptr, 0, &names, &values,
+               false) != 0) {
+    return std::nullopt;
+  }
+  osd.SetPageSegMode(tesseract::PSM_OSD_ONLY);
+  osd.SetImage(pix);
+  if (osd.GetSourceYResolution() < 70) osd.SetSourceResolution(300);
+  int degrees = 0;
+  float orientationConfidence = 0, scriptConfidence = 0;
+  const char* script = nullptr;
+  if (!osd.DetectOrientationScript(&degrees, &orientationConfidence, &script, &scriptConfidence)) {
+    return std::nullopt;
+  }
+  return PageOrientation{degrees, script != nullptr ? script : ""};
+}
+
 class TesseractRecognizer final : public TextRecognizer {
  public:
   TesseractRecognizer() { setMsgSeverity(L_SEVERITY_NONE); }
@@ -146,8 +173,9 @@ class TesseractRecognizer final : public TextRecognizer {
     const std::vector<std::string> installed = installedLanguages(dataDir);
     const bool haveOsd = isFile(dataDir + "osd.traineddata");
     std::optional<PageOrientation> detected;
-    if (settings.automaticallyDetectLanguage && haveOsd)
+    if (settings.automaticallyDetectLanguage && haveOsd) {
       detected = detectOrientation(dataDir, pix.get());
+    }
     std::vector<std::string> languages;
     if (!chooseLanguages(settings, installed, detected ? detected->script : "", &languages,
                          error)) {
@@ -170,35 +198,42 @@ class TesseractRecognizer final : public TextRecognizer {
     // The second pass over inverted (light on dark) lines costs more than it finds on documents.
     api.SetVariable("tessedit_do_invert", "0");
 
+    // Most pages are upright and read well as they are. A page that reads poorly may be
+    // turned. Tesseract itself turns pages whose lines run downwards; half a turn more rights
+    // pages that are upside down or whose lines run upwards. Orientation detection is the last
+    // resort, for what remains.
     Orientation orientation{0, pixGetWidth(pix.get()), pixGetHeight(pix.get())};
     if (!recognizeImage(api, pix.get(), error)) return false;
-    // Most pages are upright and read well as they are. A page read poorly may be turned:
-    // orientation detection finds by how much, and the turned page is read again.
-    if (haveOsd && api.MeanTextConf() < kUprightConfidence) {
-      if (!detected) detected = detectOrientation(dataDir, pix.get());
-      int turns = detected ? (4 - detected->degrees / 90) % 4 : 0;
-      if (turns != 0) {
-        int uprightConfidence = api.MeanTextConf();
-        PixPtr turned(pixRotateOrth(pix.get(), turns));
-        if (turned && recognizeImage(api, turned.get(), error) &&
-            api.MeanTextConf() > uprightConfidence) {
-          orientation.quarterTurns = turns;
-          pix = std::move(turned);
-        } else if (!recognizeImage(api, pix.get(), error)) {
-          return false;
-        }
+    int confidence = api.MeanTextConf();
+    std::vector<int> tried = {0};
+    auto tryTurn = [&](int turns) -> bool {
+      if (std::find(tried.begin(), tried.end(), turns) != tried.end()) return true;
+      tried.push_back(turns);
+      PixPtr turned(pixRotateOrth(pix.get(), turns));
+      if (!turned || !recognizeImage(api, turned.get(), error)) return false;
+      if (api.MeanTextConf() > confidence) {
+        confidence = api.MeanTextConf();
+        orientation.quarterTurns = turns;
       }
+      return true;
+    };
+    if (confidence < kUprightConfidence && !tryTurn(2)) return false;
+    if (confidence < kUprightConfidence && haveOsd) {
+      if (!detected) detected = detectOrientation(dataDir, pix.get());
+      if (detected && !tryTurn((4 - detected->degrees / 90) % 4)) return false;
+    }
+    // Leave the engine holding the best reading.
+    if (tried.back() != orientation.quarterTurns) {
+      PixPtr best(orientation.quarterTurns == 0
+                      ? pixClone(pix.get())
+                      : pixRotateOrth(pix.get(), orientation.quarterTurns));
+      if (!best || !recognizeImage(api, best.get(), error)) return false;
     }
     collect(api, orientation, settings.minimumTextHeightFraction, observations);
     return true;
   }
 
  private:
-  struct PageOrientation {
-    int degrees = 0;     // the page's clockwise turn: 0, 90, 180 or 270
-    std::string script;  // "Latin", "Cyrillic", "Han", ...
-  };
-
   static bool recognizeImage(tesseract::TessBaseAPI& api, Pix* pix, std::string* error) {
     api.SetImage(pix);
     if (api.GetSourceYResolution() < 70) api.SetSourceResolution(300);
@@ -260,29 +295,6 @@ class TesseractRecognizer final : public TextRecognizer {
       chosen->push_back("eng");
     }
     return true;
-  }
-
-  // The page's turn and writing script as orientation detection sees them; nothing when it
-  // cannot tell.
-  static std::optional<PageOrientation> detectOrientation(const std::string& dataDir, Pix* pix) {
-    std::vector<std::string> names = {"debug_file"};
-    std::vector<std::string> values = {"/dev/null"};
-    tesseract::TessBaseAPI osd;
-    if (osd.Init(dataDir.c_str(), "osd", tesseract::OEM_TESSERACT_ONLY, nullptr, 0, &names, &values,
-                 false) != 0) {
-      return std::nullopt;
-    }
-    osd.SetPageSegMode(tesseract::PSM_OSD_ONLY);
-    osd.SetImage(pix);
-    if (osd.GetSourceYResolution() < 70) osd.SetSourceResolution(300);
-    int degrees = 0;
-    float orientationConfidence = 0, scriptConfidence = 0;
-    const char* script = nullptr;
-    if (!osd.DetectOrientationScript(&degrees, &orientationConfidence, &script,
-                                     &scriptConfidence)) {
-      return std::nullopt;
-    }
-    return PageOrientation{degrees, script != nullptr ? script : ""};
   }
 
   // Walks the result: each Tesseract block is one observation, its paragraphs and lines in
