@@ -23,6 +23,7 @@ gtest_discover_tests(mcp-unit-tests TEST_PREFIX "mcp." DISCOVERY_TIMEOUT 60)
 add_executable(mcp-cli-tests cli/mcp_bridge_cli_test.cpp)
 target_link_libraries(mcp-cli-tests PRIVATE
   cli-test-support mcp-test-server tallowbrook-warnings GTest::gtest_main)
+target_compile_definitions(mcp-cli-tests PRIVATE HELPER_PATH="$<TARGET_FILE:tallowbrook-helper>")
 add_dependencies(mcp-cli-tests tallowbrook-helper)
 # One test waits out the bridge's 120-second no-progress limit.
 gtest_discover_tests(mcp-cli-tests TEST_PREFIX "mcp." DISCOVERY_TIMEOUT 60

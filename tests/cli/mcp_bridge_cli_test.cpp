@@ -1,9 +1,15 @@
 // mcp-bridge run as a desktop AI client runs it, against a real HTTP server on 127.0.0.1.
-#include <sys/resource.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <chrono>
+#include <fstream>
 #include <random>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -296,41 +302,109 @@ TEST(McpBridgeCli, AStalledAnswerEndsAfter120SecondsWithoutProgress) {
   EXPECT_EQ(lines[1]["id"], 2);
 }
 
-// Largest resident set of any child waited for so far, in KiB.
-long childrenMaxRssKib() {
-  rusage usage{};
-  getrusage(RUSAGE_CHILDREN, &usage);
-  return usage.ru_maxrss;
+// A bridge run whose peak memory is read while the bridge still runs: the input is written,
+// followed by a last request with the id "end"; once its answer is printed every line has been
+// relayed, and the bridge's own high-water mark (VmHWM, counted from its exec) is read from
+// /proc before its input is closed.
+struct MeasuredRun {
+  std::string out;  // everything printed, the answer to "end" included
+  long peakKib = -1;
+  int status = -1;
+};
+
+MeasuredRun runMeasured(const std::string& url, const std::string& input) {
+  const std::string last = request("end") + "\n";
+  std::vector<std::string> envText{"TALLOWBROOK_MCP_TOKEN=secret",
+                                   // Under AddressSanitizer freed memory is held back; keep
+                                   // that small so the peak measures the bridge.
+                                   "ASAN_OPTIONS=quarantine_size_mb=4"};
+  for (char** e = environ; *e != nullptr; ++e) {
+    std::string entry = *e;
+    if (entry.rfind("TALLOWBROOK_MCP_TOKEN=", 0) != 0 && entry.rfind("ASAN_OPTIONS=", 0) != 0) {
+      envText.push_back(entry);
+    }
+  }
+  std::vector<char*> envp;
+  for (auto& entry : envText) envp.push_back(entry.data());
+  envp.push_back(nullptr);
+  std::string helper = HELPER_PATH, word = "mcp-bridge", target = url;
+  char* argv[] = {helper.data(), word.data(), target.data(), nullptr};
+
+  MeasuredRun run;
+  int in[2], out[2];
+  if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0) {
+    ADD_FAILURE() << "pipe failed";
+    return run;
+  }
+  pid_t pid = fork();
+  if (pid == 0) {
+    dup2(in[0], 0);
+    dup2(out[1], 1);
+    execve(argv[0], argv, envp.data());
+    _exit(127);
+  }
+  close(in[0]);
+  close(out[1]);
+  std::thread writer([&] {
+    for (const std::string* part : {&input, &last}) {
+      size_t done = 0;
+      while (done < part->size()) {
+        ssize_t n = write(in[1], part->data() + done, part->size() - done);
+        if (n <= 0) return;
+        done += size_t(n);
+      }
+    }
+  });
+  const std::string endId = "\"id\":\"end\"";
+  auto deadline = std::chrono::steady_clock::now() + 60s;
+  while (run.out.find(endId) == std::string::npos && std::chrono::steady_clock::now() < deadline) {
+    pollfd ready{out[0], POLLIN, 0};
+    if (poll(&ready, 1, 1000) <= 0) continue;
+    char chunk[65536];
+    ssize_t n = read(out[0], chunk, sizeof chunk);
+    if (n <= 0) break;
+    run.out.append(chunk, size_t(n));
+  }
+  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.rfind("VmHWM:", 0) == 0) run.peakKib = std::atol(line.c_str() + 6);
+  }
+  writer.join();
+  close(in[1]);
+  char chunk[65536];
+  for (ssize_t n; (n = read(out[0], chunk, sizeof chunk)) > 0;) run.out.append(chunk, size_t(n));
+  close(out[0]);
+  int wstatus = 0;
+  waitpid(pid, &wstatus, 0);
+  if (WIFEXITED(wstatus)) run.status = WEXITSTATUS(wstatus);
+  EXPECT_NE(run.out.find(endId), std::string::npos) << "the last line was never answered";
+  return run;
 }
 
-RunOptions withSmallSanitizerQuarantine() {
-  RunOptions options;
-  options.env.emplace_back("TALLOWBROOK_MCP_TOKEN", "secret");
-  // Under AddressSanitizer freed memory is held back; keep that small so the bound below
-  // measures the bridge (no effect in other builds).
-  options.env.emplace_back("ASAN_OPTIONS", "quarantine_size_mb=4");
-  return options;
-}
+// What a run may use at its peak, whatever its input: less than three 10 MiB lines held at once
+// would need.
+constexpr long kPeakBoundKib = 100 * 1024;
 
 TEST(McpBridgeCli, ATenMebibyteLineIsPostedWholeInBoundedMemory) {
   std::string text(10 * 1024 * 1024, 'x');
   std::string line =
       R"({"jsonrpc":"2.0","id":1,"method":"tools/call","params":{"t":")" + text + "\"}}";
   LoopbackHttpServer server([](const HttpRequest& r) {
+    if (r.body.size() < 1000) return respond(500);
     return respond(200, "{\"jsonrpc\":\"2.0\",\"id\":1,\"result\":{\"size\":" +
                             std::to_string(r.body.size()) + "}}");
   });
-  auto run =
-      bridge(server.url(), line + "\n" + line + "\n" + line + "\n", withSmallSanitizerQuarantine());
+  auto run = runMeasured(server.url(), line + "\n" + line + "\n" + line + "\n");
   EXPECT_EQ(run.status, 0);
   auto lines = jsonLines(run.out);
-  ASSERT_EQ(lines.size(), 3u);
-  EXPECT_EQ(lines[0]["result"]["size"], line.size());
+  ASSERT_EQ(lines.size(), 4u);
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(lines[i]["result"]["size"], line.size());
   auto requests = server.requests();
-  ASSERT_EQ(requests.size(), 3u);
+  ASSERT_EQ(requests.size(), 4u);
   EXPECT_TRUE(requests[2].body == line);
   // Three 10 MiB lines in a row do not add up.
-  EXPECT_LT(childrenMaxRssKib(), 160 * 1024);
+  EXPECT_GT(run.peakKib, 0);
+  EXPECT_LT(run.peakKib, kPeakBoundKib);
 }
 
 TEST(McpBridgeCli, InvalidUtf8IsPostedAsReplacementCharacters) {
@@ -362,18 +436,19 @@ TEST(McpBridgeCli, AMillionNestedBracketsAreMalformed) {
   std::string open(1000000, '[');
   std::string balanced = open + std::string(1000000, ']');
   std::string deepId = R"({"jsonrpc":"2.0","method":"x","id":)" + balanced + "}";
-  auto run = bridge(server.url(), open + "\n" + balanced + "\n" + deepId + "\n" + request(4) + "\n",
-                    withSmallSanitizerQuarantine());
+  auto run =
+      runMeasured(server.url(), open + "\n" + balanced + "\n" + deepId + "\n" + request(4) + "\n");
   EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(run.signal, 0);
-  EXPECT_EQ(server.requests().size(), 4u);
+  EXPECT_EQ(server.requests().size(), 5u);
   auto lines = jsonLines(run.out);
-  ASSERT_EQ(lines.size(), 4u);
+  ASSERT_EQ(lines.size(), 5u);
   for (int i = 0; i < 3; ++i) {
     EXPECT_EQ(lines[i], errorFor(nullptr, "Tallowbrook answered HTTP 400."));
   }
   EXPECT_EQ(lines[3], errorFor(4, "Tallowbrook answered HTTP 400."));
-  EXPECT_LT(childrenMaxRssKib(), 160 * 1024);
+  EXPECT_EQ(lines[4], errorFor("end", "Tallowbrook answered HTTP 400."));
+  EXPECT_GT(run.peakKib, 0);
+  EXPECT_LT(run.peakKib, kPeakBoundKib);
 }
 
 TEST(McpBridgeCli, BinaryNoiseNeverStopsTheBridge) {
@@ -381,10 +456,9 @@ TEST(McpBridgeCli, BinaryNoiseNeverStopsTheBridge) {
   std::string noise;
   for (int i = 0; i < 4 * 1024 * 1024; ++i) noise.push_back(static_cast<char>(random() & 0xff));
   LoopbackHttpServer server([](const HttpRequest&) { return respond(400); });
-  auto run = bridge(server.url(), noise, withSmallSanitizerQuarantine());
+  auto run = runMeasured(server.url(), noise + "\n");
   EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(run.signal, 0);
-  // One error line per line that was posted.
+  // One error line per line that was posted, the last request's included.
   auto lines = rawLines(run.out);
   EXPECT_EQ(lines.size(), server.requests().size());
   EXPECT_GT(lines.size(), 10000u);
@@ -392,7 +466,8 @@ TEST(McpBridgeCli, BinaryNoiseNeverStopsTheBridge) {
     auto doc = json::parse(line);
     EXPECT_EQ(doc["error"]["message"], "Tallowbrook answered HTTP 400.");
   }
-  EXPECT_LT(childrenMaxRssKib(), 160 * 1024);
+  EXPECT_GT(run.peakKib, 0);
+  EXPECT_LT(run.peakKib, kPeakBoundKib);
 }
 
 }  // namespace
