@@ -42,10 +42,11 @@ LineQuad lineQuad(const PixelBox& box, double dirX, double dirY) {
   return LineQuad{{corner(-1, 1), corner(1, 1), corner(1, -1), corner(-1, -1)}, textHeight};
 }
 
-BottomLeftPoint originalBottomLeft(const PixelPoint& point, const Orientation& orientation) {
-  const double w = orientation.width, h = orientation.height;
+BottomLeftPoint originalBottomLeft(const PixelPoint& point, const ImageFrame& frame) {
+  // Undo the turn inside the scaled crop, whose size is w x h before turning.
+  const double w = frame.width * frame.scale, h = frame.height * frame.scale;
   double x = point.x, y = point.y;
-  switch (((orientation.quarterTurns % 4) + 4) % 4) {
+  switch (((frame.quarterTurns % 4) + 4) % 4) {
     case 1:  // turned clockwise: x' = h - y, y' = x
       x = point.y, y = h - point.x;
       break;
@@ -58,7 +59,9 @@ BottomLeftPoint originalBottomLeft(const PixelPoint& point, const Orientation& o
     default:
       break;
   }
-  return BottomLeftPoint{x / w, 1 - y / h};
+  const double originalX = frame.left + x / frame.scale;
+  const double originalY = frame.top + y / frame.scale;
+  return BottomLeftPoint{originalX / frame.originalWidth, 1 - originalY / frame.originalHeight};
 }
 
 }  // namespace tallowbrook::VisionOCR

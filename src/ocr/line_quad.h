@@ -32,15 +32,25 @@ struct LineQuad {
 // turned to the nearest axis. Pure.
 LineQuad lineQuad(const PixelBox& box, double dirX, double dirY);
 
-// How a recognised image relates to the original: the original turned clockwise by
-// `quarterTurns` x 90 degrees. `width` and `height` are the original's.
-struct Orientation {
+// How the recognised image relates to the original: a crop of the original (in original
+// pixels), scaled by `scale`, then turned clockwise by `quarterTurns` x 90 degrees.
+struct ImageFrame {
   int quarterTurns = 0;
-  int width = 0;
-  int height = 0;
+  double left = 0;
+  double top = 0;
+  double width = 0;   // of the crop, in original pixels
+  double height = 0;  // of the crop, in original pixels
+  double scale = 1;   // recognised pixels per original pixel
+  int originalWidth = 0;
+  int originalHeight = 0;
+
+  // The whole of a `width` x `height` original, neither scaled nor turned.
+  static ImageFrame whole(int width, int height) {
+    return ImageFrame{0, 0, 0, double(width), double(height), 1, width, height};
+  }
 };
 
-// A point of the turned image as a bottom-left normalised point of the original. Pure.
-BottomLeftPoint originalBottomLeft(const PixelPoint& point, const Orientation& orientation);
+// A point of the recognised image as a bottom-left normalised point of the original. Pure.
+BottomLeftPoint originalBottomLeft(const PixelPoint& point, const ImageFrame& frame);
 
 }  // namespace tallowbrook::VisionOCR

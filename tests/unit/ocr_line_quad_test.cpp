@@ -72,7 +72,9 @@ TEST(LineQuad, ImpossibleOrDiagonalDirectionFallsBackToTheBox) {
 
 TEST(OriginalBottomLeft, UndoesEachQuarterTurn) {
   // Original 400 x 200; its top-left pixel corner is (0, 0) = bottom-left (0, 1).
-  const Orientation up{0, 400, 200}, cw{1, 400, 200}, half{2, 400, 200}, ccw{3, 400, 200};
+  const ImageFrame up = ImageFrame::whole(400, 200);
+  ImageFrame cw = up, half = up, ccw = up;
+  cw.quarterTurns = 1, half.quarterTurns = 2, ccw.quarterTurns = 3;
   auto expect = [](BottomLeftPoint p, double x, double y) {
     EXPECT_NEAR(p.x, x, 1e-12);
     EXPECT_NEAR(p.y, y, 1e-12);
@@ -90,7 +92,8 @@ TEST(OriginalBottomLeft, UndoesEachQuarterTurn) {
 }
 
 TEST(OriginalBottomLeft, ATurnedLineStaysInsideThePage) {
-  const Orientation cw{1, 400, 200};
+  ImageFrame cw = ImageFrame::whole(400, 200);
+  cw.quarterTurns = 1;
   LineQuad quad = lineQuad({20, 30, 180, 60}, 1, 0);  // in the 200 x 400 turned image
   std::vector<BottomLeftPoint> corners;
   for (const auto& p : quad.corners) corners.push_back(originalBottomLeft(p, cw));
@@ -99,6 +102,22 @@ TEST(OriginalBottomLeft, ATurnedLineStaysInsideThePage) {
   EXPECT_NEAR(box.w, 30.0 / 400, 1e-12);
   EXPECT_NEAR(box.y, 20.0 / 200, 1e-12);
   EXPECT_NEAR(box.h, 160.0 / 200, 1e-12);
+}
+
+TEST(OriginalBottomLeft, UndoesCropAndScale) {
+  // A 200 x 100 crop at (100, 50) of a 1000 x 500 original, recognised at half size.
+  ImageFrame frame{0, 100, 50, 200, 100, 0.5, 1000, 500};
+  BottomLeftPoint p = originalBottomLeft({0, 0}, frame);
+  EXPECT_NEAR(p.x, 0.1, 1e-12);
+  EXPECT_NEAR(p.y, 0.9, 1e-12);
+  p = originalBottomLeft({100, 50}, frame);  // the crop's far corner
+  EXPECT_NEAR(p.x, 0.3, 1e-12);
+  EXPECT_NEAR(p.y, 0.7, 1e-12);
+  // The same crop turned half a turn: its recognised top-left is the crop's far corner.
+  frame.quarterTurns = 2;
+  p = originalBottomLeft({0, 0}, frame);
+  EXPECT_NEAR(p.x, 0.3, 1e-12);
+  EXPECT_NEAR(p.y, 0.7, 1e-12);
 }
 
 }  // namespace

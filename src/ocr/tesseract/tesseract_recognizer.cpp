@@ -163,7 +163,8 @@ class TesseractRecognizer final : public TextRecognizer {
                std::to_string(kMaxImagePixels / 1'000'000) + " million)";
       return false;
     }
-    PixPtr pix = prepared();
+    ImageFrame frame;
+    PixPtr pix = prepared(&frame);
     if (!pix) {
       *error = "could not prepare the image for recognition";
       return false;
@@ -202,7 +203,6 @@ class TesseractRecognizer final : public TextRecognizer {
     // turned. Tesseract itself turns pages whose lines run downwards; half a turn more rights
     // pages that are upside down or whose lines run upwards. Orientation detection is the last
     // resort, for what remains.
-    Orientation orientation{0, pixGetWidth(pix.get()), pixGetHeight(pix.get())};
     if (!recognizeImage(api, pix.get(), error)) return false;
     int confidence = api.MeanTextConf();
     std::vector<int> tried = {0};
@@ -213,7 +213,7 @@ class TesseractRecognizer final : public TextRecognizer {
       if (!turned || !recognizeImage(api, turned.get(), error)) return false;
       if (api.MeanTextConf() > confidence) {
         confidence = api.MeanTextConf();
-        orientation.quarterTurns = turns;
+        frame.quarterTurns = turns;
       }
       return true;
     };
@@ -223,13 +223,12 @@ class TesseractRecognizer final : public TextRecognizer {
       if (detected && !tryTurn((4 - detected->degrees / 90) % 4)) return false;
     }
     // Leave the engine holding the best reading.
-    if (tried.back() != orientation.quarterTurns) {
-      PixPtr best(orientation.quarterTurns == 0
-                      ? pixClone(pix.get())
-                      : pixRotateOrth(pix.get(), orientation.quarterTurns));
+    if (tried.back() != frame.quarterTurns) {
+      PixPtr best(frame.quarterTurns == 0 ? pixClone(pix.get())
+                                          : pixRotateOrth(pix.get(), frame.quarterTurns));
       if (!best || !recognizeImage(api, best.get(), error)) return false;
     }
-    collect(api, orientation, settings.minimumTextHeightFraction, observations);
+    collect(api, frame, settings.minimumTextHeightFraction, observations);
     return true;
   }
 
@@ -244,16 +243,54 @@ class TesseractRecognizer final : public TextRecognizer {
     return true;
   }
 
-  // The decoded image at a depth Tesseract takes, scaled down when very large.
-  PixPtr prepared() const {
+  // The decoded image at a depth Tesseract takes, cropped to its content and scaled down when
+  // very large; `frame` says how it relates to the decoded image.
+  PixPtr prepared(ImageFrame* frame) const {
     PixPtr pix = normalizedDepth(image_.get());
     if (!pix) return nullptr;
+    const int width = pixGetWidth(pix.get()), height = pixGetHeight(pix.get());
+    *frame = ImageFrame::whole(width, height);
+
+    // Blank margins cost layout analysis time in proportion to their area and hold no text.
+    if (auto content = contentBox(pix.get())) {
+      const int margin = std::max(24, std::max(width, height) / 50);
+      int left = std::max(0, content->left - margin), top = std::max(0, content->top - margin);
+      int right = std::min(width, content->right + margin);
+      int bottom = std::min(height, content->bottom + margin);
+      if (int64_t(right - left) * (bottom - top) < int64_t(width) * height * 9 / 10) {
+        Box* box = boxCreate(left, top, right - left, bottom - top);
+        PixPtr cropped(pixClipRectangle(pix.get(), box, nullptr));
+        boxDestroy(&box);
+        if (cropped) {
+          pix = std::move(cropped);
+          frame->left = left, frame->top = top;
+          frame->width = right - left, frame->height = bottom - top;
+        }
+      }
+    }
+
     int64_t pixels = int64_t(pixGetWidth(pix.get())) * pixGetHeight(pix.get());
     if (pixels > kMaxRecognitionPixels) {
       float scale = float(std::sqrt(double(kMaxRecognitionPixels) / double(pixels)));
       pix.reset(pixScale(pix.get(), scale, scale));
+      if (!pix) return nullptr;
+      frame->scale = double(pixGetWidth(pix.get())) / frame->width;
     }
     return pix;
+  }
+
+  // The box around every dark pixel of `pix`; nothing for a blank image.
+  static std::optional<PixelBox> contentBox(Pix* pix) {
+    PixPtr binary(pixGetDepth(pix) == 1 ? pixClone(pix) : pixConvertTo1(pix, 128));
+    if (!binary) return std::nullopt;
+    Box* box = nullptr;
+    if (pixClipBoxToForeground(binary.get(), nullptr, nullptr, &box) != 0 || box == nullptr) {
+      return std::nullopt;
+    }
+    l_int32 x = 0, y = 0, w = 0, h = 0;
+    boxGetGeometry(box, &x, &y, &w, &h);
+    boxDestroy(&box);
+    return PixelBox{x, y, x + w, y + h};
   }
 
   // The data names to recognise with, in priority order; fails naming a language without data.
@@ -299,13 +336,15 @@ class TesseractRecognizer final : public TextRecognizer {
 
   // Walks the result: each Tesseract block is one observation, its paragraphs and lines in
   // reading order. Lines without text and lines lower than the minimum height are left out.
-  static void collect(tesseract::TessBaseAPI& api, const Orientation& orientation,
-                      float minimumHeight, std::vector<DocumentObservation>* observations) {
+  static void collect(tesseract::TessBaseAPI& api, const ImageFrame& frame, float minimumHeight,
+                      std::vector<DocumentObservation>* observations) {
     std::unique_ptr<tesseract::ResultIterator> it(api.GetIterator());
     if (!it) return;
     const auto kLine = tesseract::RIL_TEXTLINE;
-    const double originalHeight =
-        orientation.quarterTurns % 2 == 0 ? orientation.height : orientation.width;
+    // Line heights are measured across the text, so they compare with the original's height
+    // as the page stands upright, in recognised pixels.
+    const double uprightHeight =
+        (frame.quarterTurns % 2 == 0 ? frame.originalHeight : frame.originalWidth) * frame.scale;
     bool newBlock = true, newParagraph = true;
     do {
       if (it->IsAtBeginningOf(tesseract::RIL_BLOCK)) newBlock = true;
@@ -320,12 +359,11 @@ class TesseractRecognizer final : public TextRecognizer {
       int x1 = 0, y1 = 0, x2 = 1, y2 = 0;
       if (!it->Baseline(kLine, &x1, &y1, &x2, &y2)) x1 = 0, y1 = 0, x2 = 1, y2 = 0;
       LineQuad quad = lineQuad(box, x2 - x1, y2 - y1);
-      // Heights compare in the recognised image, whose height is the original's upright height.
-      if (quad.textHeight < double(minimumHeight) * originalHeight) continue;
+      if (quad.textHeight < double(minimumHeight) * uprightHeight) continue;
 
       LineObservation line;
       for (size_t i = 0; i < 4; ++i) {
-        line.corners[i] = originalBottomLeft(quad.corners[i], orientation);
+        line.corners[i] = originalBottomLeft(quad.corners[i], frame);
       }
       line.confidence = std::clamp(it->Confidence(kLine) / 100.0f, 0.0f, 1.0f);
       line.topCandidate = TextCandidate{text, meanWordConfidence(*it)};
