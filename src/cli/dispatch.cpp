@@ -3,6 +3,7 @@
 #include "answer/mcp_bridge.h"
 #include "cli/capabilities.h"
 #include "cli/fail.h"
+#include "documents/rich_text.h"
 #include "ocr/vision_ocr.h"
 #include "record/record_command.h"
 
@@ -39,8 +40,10 @@ int dispatch(const std::vector<std::string>& words) {
     notBuilt(word);
   } else if (word == "record") {
     Record::run(rest);
-  } else if (word == "speak" || word == "rtf-text") {
+  } else if (word == "speak") {
     notBuilt(word);
+  } else if (word == "rtf-text") {
+    RichText::run(rest);
   } else if (word == "mcp-bridge") {
     McpBridge::run(rest);
   } else if (word == "text-pdf") {
