@@ -264,6 +264,10 @@ int main(int argc, char** argv) {
 
   double spawnMedian = percentile(spawnMs, 50);
   double overhead = percentile(bridgeMs, 50) - percentile(directMs, 50);
+  // Each bridge call beside the direct call made right next to it.
+  std::vector<double> pairDiffs;
+  for (size_t i = 0; i < bridgeMs.size(); ++i) pairDiffs.push_back(bridgeMs[i] - directMs[i]);
+  double pairedOverhead = percentile(pairDiffs, 50);
   std::printf("mcp-bridge against the MCP SDK server on 127.0.0.1 (%d spawns, %d echo calls)\n",
               kSpawnRounds, calls);
   std::printf("%-36s %9s %9s\n", "", "median", "p99");
@@ -275,10 +279,13 @@ int main(int argc, char** argv) {
               percentile(bridgeMs, 99));
   std::printf("%-36s %7.3f ms %6.3f ms\n", "echo call, direct HTTP client",
               percentile(directMs, 50), percentile(directMs, 99));
-  std::printf("per-call overhead of the bridge (median): %.3f ms (%.2fx the direct call)\n",
-              overhead, percentile(bridgeMs, 50) / percentile(directMs, 50));
+  std::printf(
+      "per-call overhead of the bridge: %.3f ms median minus median (%.2fx the direct "
+      "call), %.3f ms median of paired differences\n",
+      overhead, percentile(bridgeMs, 50) / percentile(directMs, 50), pairedOverhead);
+  bool overheadMet = overhead <= 0.3 && pairedOverhead <= 0.3;
   std::printf("bar: spawn to initialize <= 20 ms: %s; median overhead <= 0.3 ms: %s\n",
-              spawnMedian <= 20 ? "met" : "NOT met", overhead <= 0.3 ? "met" : "NOT met");
+              spawnMedian <= 20 ? "met" : "NOT met", overheadMet ? "met" : "NOT met");
   curl_global_cleanup();
   return 0;
 }
