@@ -3,6 +3,8 @@
 #include "answer/mcp_bridge.h"
 #include "cli/capabilities.h"
 #include "cli/fail.h"
+#include "documents/pdf_page.h"
+#include "documents/pdf_text.h"
 #include "documents/rich_text.h"
 #include "ocr/vision_ocr.h"
 #include "record/record_command.h"
@@ -36,7 +38,11 @@ int dispatch(const std::vector<std::string>& words) {
   } else if (word == "vision-ocr") {
     if (words.size() < 2) fail("usage: vision-ocr <image-path>");
     VisionOCR::run(words[1]);
-  } else if (word == "pdf-page" || word == "pdf-text" || word == "answer") {
+  } else if (word == "pdf-page") {
+    PdfPage::run(rest);
+  } else if (word == "pdf-text") {
+    PdfText::run(rest);
+  } else if (word == "answer") {
     notBuilt(word);
   } else if (word == "record") {
     Record::run(rest);

@@ -1,0 +1,27 @@
+#include "documents/pdf_document.h"
+
+#include <algorithm>
+
+#include "cli/module.h"
+
+namespace tallowbrook::Pdf {
+
+Rect unionOf(const Rect& a, const Rect& b) {
+  double minX = std::min(a.minX(), b.minX());
+  double minY = std::min(a.minY(), b.minY());
+  double maxX = std::max(a.maxX(), b.maxX());
+  double maxY = std::max(a.maxY(), b.maxY());
+  return {minX, minY, maxX - minX, maxY - minY};
+}
+
+Library& loadLibrary() {
+  static Library* library = [] {
+    void* module = loadModule("pdf");
+    auto create =
+        reinterpret_cast<CreateLibrary>(moduleSymbol(module, "pdf", kCreateLibrarySymbol));
+    return create();
+  }();
+  return *library;
+}
+
+}  // namespace tallowbrook::Pdf
