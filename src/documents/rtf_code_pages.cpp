@@ -95,6 +95,14 @@ const char* iconvName(int codePage) {
   }
 }
 
+// Windows 1252 from 0x80 to 0x9f (0 where undefined); from 0xa0 on it is Latin-1. Built in
+// because nearly every document uses it: reading it costs no converter loading at start-up.
+constexpr char32_t k1252Controls[32] = {
+    0x20AC, 0,      0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
+    0x2039, 0x0152, 0,      0x017D, 0,      0,      0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
+    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0,      0x017E, 0x0178,
+};
+
 // The Symbol font's upper half, as Unicode (Adobe's Symbol encoding).
 constexpr char32_t kSymbolUpper[128] = {
     0,      0,      0,      0,      0,      0,      0,      0,
@@ -151,6 +159,30 @@ char32_t symbolLower(uint8_t byte) {
     default:
       return byte;
   }
+}
+
+// Fills `upper` with what glibc's converter `name` makes of each byte from 0x80 on (0 where it
+// defines none). False when glibc has no such converter.
+bool fillFromIconv(const char* name, std::array<char32_t, 128>& upper) {
+  iconv_t converter = iconv_open("UTF-32LE", name);
+  if (converter == kNoConverter) return false;
+  for (int i = 0; i < 128; ++i) {
+    char in = char(0x80 + i);
+    uint8_t out[8] = {};
+    char* inPtr = &in;
+    size_t inLeft = 1;
+    char* outPtr = reinterpret_cast<char*>(out);
+    size_t outLeft = sizeof out;
+    iconv(converter, nullptr, nullptr, nullptr, nullptr);
+    // 1255 and 1258 hold a character back in case a combining mark follows: flush it.
+    if (iconv(converter, &inPtr, &inLeft, &outPtr, &outLeft) != size_t(-1) &&
+        iconv(converter, nullptr, nullptr, &outPtr, &outLeft) != size_t(-1) && outLeft == 4) {
+      upper[i] = char32_t(out[0]) | char32_t(out[1]) << 8 | char32_t(out[2]) << 16 |
+                 char32_t(out[3]) << 24;
+    }
+  }
+  iconv_close(converter);
+  return true;
 }
 
 }  // namespace
@@ -257,30 +289,12 @@ const CodePageDecoder::SingleByteTable& CodePageDecoder::table(int codePage) {
   auto found = tables_.find(codePage);
   if (found != tables_.end()) return *found->second;
   auto built = std::make_unique<SingleByteTable>();
+  const char* name = iconvName(codePage);
   if (codePage == kSymbolCodePage) {
     for (int i = 0; i < 128; ++i) built->upper[i] = kSymbolUpper[i];
-  } else {
-    const char* name = iconvName(codePage);
-    iconv_t converter = iconv_open("UTF-32LE", name ? name : "CP1252");
-    if (converter == kNoConverter) converter = iconv_open("UTF-32LE", "CP1252");
-    if (converter != kNoConverter) {
-      for (int i = 0; i < 128; ++i) {
-        char in = char(0x80 + i);
-        uint8_t outBytes[8] = {};
-        char* inPtr = &in;
-        size_t inLeft = 1;
-        char* outPtr = reinterpret_cast<char*>(outBytes);
-        size_t outLeft = sizeof outBytes;
-        iconv(converter, nullptr, nullptr, nullptr, nullptr);
-        // 1255 and 1258 hold a character back in case a combining mark follows: flush it.
-        if (iconv(converter, &inPtr, &inLeft, &outPtr, &outLeft) != size_t(-1) &&
-            iconv(converter, nullptr, nullptr, &outPtr, &outLeft) != size_t(-1) && outLeft == 4) {
-          built->upper[i] = char32_t(outBytes[0]) | char32_t(outBytes[1]) << 8 |
-                            char32_t(outBytes[2]) << 16 | char32_t(outBytes[3]) << 24;
-        }
-      }
-      iconv_close(converter);
-    }
+  } else if (codePage == 1252 || !name || !fillFromIconv(name, built->upper)) {
+    // 1252 itself, and the stand-in for code pages glibc cannot convert.
+    for (int i = 0; i < 128; ++i) built->upper[i] = i < 32 ? k1252Controls[i] : char32_t(0x80 + i);
   }
   return *tables_.emplace(codePage, std::move(built)).first->second;
 }

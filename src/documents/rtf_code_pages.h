@@ -24,8 +24,9 @@ int codePageOfCharset(int charset);
 bool isMultiByteCodePage(int codePage);
 
 // Decodes bytes of one code page into UTF-8. Unknown code pages are read as 1252. Bytes that
-// the code page does not define are dropped. Opens each converter once, on first use, and
-// only when a byte above 0x7f needs it (plain ASCII never loads a converter).
+// the code page does not define are dropped. 1252 and the Symbol font are built in; for the
+// others a converter is opened once, on first use, and only when a byte above 0x7f needs it
+// (plain ASCII never loads one).
 class CodePageDecoder {
  public:
   CodePageDecoder();

@@ -1,6 +1,7 @@
 #include "documents/rtf_control_words.h"
 
-#include <algorithm>
+#include <array>
+#include <cstddef>
 #include <iterator>
 
 namespace tallowbrook::rtf {
@@ -14,8 +15,8 @@ struct Entry {
 
 using A = WordAction;
 
-// Sorted by word (checked by the unit tests), so lookups are a binary search with no start-up
-// cost.
+// Found through a hash table built at compile time, so lookups cost one hash and usually one
+// comparison, with nothing to set up at start.
 constexpr Entry kWords[] = {
     {"annotation", A::SkipDestination, 0},
     {"ansi", A::CharacterSet, 1252},
@@ -161,19 +162,55 @@ constexpr Entry kWords[] = {
     {"zwnj", A::Character, 0x200C},
 };
 
+constexpr uint32_t hashOf(std::string_view word) {
+  uint32_t hash = 2166136261u;  // FNV-1a
+  for (char c : word) {
+    hash ^= uint8_t(c);
+    hash *= 16777619u;
+  }
+  return hash;
+}
+
+constexpr size_t kSlotCount = 512;  // a power of two, well over twice the number of words
+static_assert(std::size(kWords) * 2 < kSlotCount);
+
+// Slot -> index into kWords, or -1; open addressing with linear probing.
+constexpr std::array<int16_t, kSlotCount> buildSlots() {
+  std::array<int16_t, kSlotCount> slots{};
+  for (auto& slot : slots) slot = -1;
+  for (size_t entry = 0; entry < std::size(kWords); ++entry) {
+    size_t slot = hashOf(kWords[entry].word) & (kSlotCount - 1);
+    while (slots[slot] >= 0) slot = (slot + 1) & (kSlotCount - 1);
+    slots[slot] = int16_t(entry);
+  }
+  return slots;
+}
+
+constexpr std::array<int16_t, kSlotCount> kSlots = buildSlots();
+
 }  // namespace
 
-bool controlWordTableIsSorted() {
-  return std::is_sorted(std::begin(kWords), std::end(kWords),
-                        [](const Entry& a, const Entry& b) { return a.word < b.word; });
+bool controlWordTableIsConsistent() {
+  for (size_t entry = 0; entry < std::size(kWords); ++entry) {
+    for (size_t other = 0; other < entry; ++other) {
+      if (kWords[other].word == kWords[entry].word) return false;  // a word listed twice
+    }
+    const WordInfo info = lookupControlWord(kWords[entry].word);
+    if (info.action != kWords[entry].action || info.character != kWords[entry].character) {
+      return false;
+    }
+  }
+  return true;
 }
 
 WordInfo lookupControlWord(std::string_view word) {
-  auto found =
-      std::lower_bound(std::begin(kWords), std::end(kWords), word,
-                       [](const Entry& entry, std::string_view w) { return entry.word < w; });
-  if (found == std::end(kWords) || found->word != word) return {};
-  return {found->action, found->character};
+  size_t slot = hashOf(word) & (kSlotCount - 1);
+  while (kSlots[slot] >= 0) {
+    const Entry& entry = kWords[kSlots[slot]];
+    if (entry.word == word) return {entry.action, entry.character};
+    slot = (slot + 1) & (kSlotCount - 1);
+  }
+  return {};
 }
 
 }  // namespace tallowbrook::rtf

@@ -39,7 +39,8 @@ struct WordInfo {
 // Ignore for words the reader does not act on.
 WordInfo lookupControlWord(std::string_view word);
 
-// True when the table behind lookupControlWord is in the order its binary search needs.
-bool controlWordTableIsSorted();
+// True when every word of the table behind lookupControlWord is listed once and found with its
+// own meaning.
+bool controlWordTableIsConsistent();
 
 }  // namespace tallowbrook::rtf

@@ -1,6 +1,7 @@
 #include "documents/rtf_code_pages.h"
 
 #include <gtest/gtest.h>
+#include <iconv.h>
 
 #include <string>
 
@@ -46,6 +47,23 @@ TEST(RtfCodePages, WindowsSingleByteCodePages) {
   EXPECT_EQ(decoded("\xc7", 1256), "\u0627");
   EXPECT_EQ(decoded("\xe0", 1257), "\u0105");
   EXPECT_EQ(decoded("\xd0", 1258), "\u0110");
+}
+
+TEST(RtfCodePages, BuiltIn1252AgreesWithGlibc) {
+  iconv_t converter = iconv_open("UTF-8", "CP1252");
+  ASSERT_NE(converter, reinterpret_cast<iconv_t>(-1));
+  for (int byte = 0x80; byte <= 0xff; ++byte) {
+    char in = char(byte);
+    char out[8];
+    char* inPtr = &in;
+    char* outPtr = out;
+    size_t inLeft = 1, outLeft = sizeof out;
+    iconv(converter, nullptr, nullptr, nullptr, nullptr);
+    const bool defined = iconv(converter, &inPtr, &inLeft, &outPtr, &outLeft) != size_t(-1);
+    const std::string expected = defined ? std::string(out, size_t(outPtr - out)) : "";
+    EXPECT_EQ(decoded(std::string(1, char(byte)), 1252), expected) << byte;
+  }
+  iconv_close(converter);
 }
 
 TEST(RtfCodePages, MacCodePages) {

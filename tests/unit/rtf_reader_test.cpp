@@ -29,8 +29,13 @@ TEST(RtfReader, RecognisesTheRtfSignature) {
   EXPECT_FALSE(looksLikeRtf("%PDF-1.4"));
 }
 
-TEST(RtfReader, ControlWordTableIsSorted) {
-  EXPECT_TRUE(controlWordTableIsSorted());
+TEST(RtfReader, ControlWordTable) {
+  EXPECT_TRUE(controlWordTableIsConsistent());
+  EXPECT_EQ(lookupControlWord("par").action, WordAction::Paragraph);
+  EXPECT_EQ(lookupControlWord("emdash").character, U'\u2014');
+  EXPECT_EQ(lookupControlWord("pard").action, WordAction::Ignore);
+  EXPECT_EQ(lookupControlWord("").action, WordAction::Ignore);
+  EXPECT_EQ(lookupControlWord("Par").action, WordAction::Ignore);
 }
 
 TEST(RtfReader, PlainText) {

@@ -15,17 +15,15 @@ namespace {
 constexpr int kCompressionLevel = 2;
 constexpr int kFilterChoice = SPNG_FILTER_CHOICE_UP;
 
-const uint32_t* row(const Bitmap& bitmap, int y) {
-  return reinterpret_cast<const uint32_t*>(bitmap.data + size_t(y) * size_t(bitmap.stride));
+const uint8_t* row(const Bitmap& bitmap, int y) {
+  return bitmap.data + size_t(y) * size_t(bitmap.stride);
 }
 
 bool allGrey(const Bitmap& bitmap) {
   for (int y = 0; y < bitmap.height; ++y) {
-    const uint32_t* pixels = row(bitmap, y);
-    for (int x = 0; x < bitmap.width; ++x) {
-      uint32_t p = pixels[x];
-      uint32_t b = p & 0xFF;
-      if (((p >> 8) & 0xFF) != b || ((p >> 16) & 0xFF) != b) return false;
+    const uint8_t* p = row(bitmap, y);
+    for (int x = 0; x < bitmap.width; ++x, p += 3) {
+      if (p[0] != p[1] || p[1] != p[2]) return false;
     }
   }
   return true;
@@ -61,22 +59,16 @@ WriteResult writePng(const Bitmap& bitmap, const std::string& path) {
     return WriteResult::failed;
   }
 
-  size_t channels = grey ? 1 : 3;
-  std::vector<uint8_t> line(size_t(bitmap.width) * channels);
+  std::vector<uint8_t> greyRow(grey ? size_t(bitmap.width) : 0);
   for (int y = 0; y < bitmap.height; ++y) {
-    const uint32_t* pixels = row(bitmap, y);
-    uint8_t* out = line.data();
+    const uint8_t* pixels = row(bitmap, y);
+    int status;
     if (grey) {
-      for (int x = 0; x < bitmap.width; ++x) out[x] = uint8_t(pixels[x]);
+      for (int x = 0; x < bitmap.width; ++x) greyRow[size_t(x)] = pixels[size_t(x) * 3];
+      status = spng_encode_row(ctx, greyRow.data(), greyRow.size());
     } else {
-      for (int x = 0; x < bitmap.width; ++x, out += 3) {
-        uint32_t p = pixels[x];
-        out[0] = uint8_t(p >> 16);
-        out[1] = uint8_t(p >> 8);
-        out[2] = uint8_t(p);
-      }
+      status = spng_encode_row(ctx, pixels, size_t(bitmap.width) * 3);
     }
-    int status = spng_encode_row(ctx, line.data(), line.size());
     if (status == SPNG_EOI) break;
     if (status != 0) return WriteResult::failed;
   }

@@ -8,8 +8,7 @@
 
 namespace tallowbrook::Pdf {
 
-// A bitmap as cairo keeps an RGB24 image: `stride` bytes per row, each pixel a native-endian
-// 32-bit word 0x??RRGGBB whose top byte is unused.
+// An 8-bit RGB bitmap: `stride` bytes per row, each pixel three bytes R, G, B.
 struct Bitmap {
   const uint8_t* data = nullptr;
   int width = 0;

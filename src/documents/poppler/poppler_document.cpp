@@ -1,16 +1,17 @@
-// The PDF library of pdf-page and pdf-text: Poppler's GLib interface reads the document and
-// its text, cairo draws the page, png_writer writes it. Poppler's C++ interface tells the
-// page's /Rotate entry, which the GLib one keeps to itself.
-#include <cairo.h>
+// The PDF library of pdf-page and pdf-text. Poppler's C++ interface opens the document and
+// draws pages with Poppler's own rasteriser (Splash, as pdftoppm does); its GLib interface
+// gives the page's text with one box per character; png_writer writes the image.
 #include <poppler.h>
 #include <unistd.h>
 
-#include <poppler/cpp/poppler-document.h>
-#include <poppler/cpp/poppler-page.h>
-
 #include <algorithm>
-#include <climits>
+#include <cmath>
 #include <memory>
+
+#include <poppler/cpp/poppler-document.h>
+#include <poppler/cpp/poppler-image.h>
+#include <poppler/cpp/poppler-page-renderer.h>
+#include <poppler/cpp/poppler-page.h>
 
 #include "cli/silenced_stderr.h"
 #include "documents/pdf_characters.h"
@@ -23,42 +24,10 @@ namespace {
 struct GObjectUnref {
   void operator()(void* object) const { g_object_unref(object); }
 };
-struct SurfaceDestroy {
-  void operator()(cairo_surface_t* surface) const { cairo_surface_destroy(surface); }
-};
-struct ContextDestroy {
-  void operator()(cairo_t* context) const { cairo_destroy(context); }
-};
-
-// Poppler shows a page turned by its /Rotate entry. This matrix takes a point of that turned
-// view (top-left origin, points) back to the unturned page (top-left origin at the crop box's
-// top-left corner), for a crop box of `width` x `height`.
-cairo_matrix_t unturned(int rotation, double width, double height) {
-  cairo_matrix_t m;
-  switch (rotation) {
-    case 90:
-      cairo_matrix_init(&m, 0, -1, 1, 0, 0, height);
-      break;
-    case 180:
-      cairo_matrix_init(&m, -1, 0, 0, -1, width, height);
-      break;
-    case 270:
-      cairo_matrix_init(&m, 0, 1, -1, 0, width, 0);
-      break;
-    default:
-      cairo_matrix_init_identity(&m);
-      break;
-  }
-  return m;
-}
 
 // The page's /Rotate entry in degrees: 0, 90, 180 or 270.
-int rotationOf(const std::string& path, int number) {
-  std::unique_ptr<poppler::document> document(poppler::document::load_from_file(path));
-  if (!document) return 0;
-  std::unique_ptr<poppler::page> page(document->create_page(number - 1));
-  if (!page) return 0;
-  switch (page->orientation()) {
+int rotationOf(const poppler::page& page) {
+  switch (page.orientation()) {
     case poppler::page::landscape:
       return 90;
     case poppler::page::upside_down:
@@ -70,126 +39,170 @@ int rotationOf(const std::string& path, int number) {
   }
 }
 
+// Poppler draws and lays out a page turned by its /Rotate entry. This takes a point of that
+// turned view (top-left origin, points) back to the unturned page (top-left origin at the crop
+// box's top-left corner), for a crop box of `width` x `height`.
+void turnBack(int rotation, double width, double height, double* x, double* y) {
+  double u = *x, v = *y;
+  switch (rotation) {
+    case 90:
+      *x = v;
+      *y = height - u;
+      break;
+    case 180:
+      *x = width - u;
+      *y = height - v;
+      break;
+    case 270:
+      *x = width - v;
+      *y = u;
+      break;
+    default:
+      break;
+  }
+}
+
+// Whether two characters that follow each other in Poppler's text (boxes in its turned view)
+// sit on one line with a visible gap between them. Poppler's text runs words of separate
+// blocks together when they share a line ("Rate" and "5.37%" in two table columns); a space
+// keeps them apart, as every reader of the page sees them.
+bool apartOnOneLine(const PopplerRectangle& a, const PopplerRectangle& b) {
+  double height = std::min(a.y2 - a.y1, b.y2 - b.y1);
+  double distance = std::abs((a.y1 + a.y2) / 2 - (b.y1 + b.y2) / 2);
+  return distance <= height / 2 && b.x1 - a.x2 > 0.15 * height;
+}
+
+// The page's characters and their boxes in page space, from Poppler's GLib interface.
+PageText pageText(PopplerPage* page, const Rect& crop, int rotation) {
+  // The whole page and beyond it: a word that starts outside the crop box still counts.
+  double reach = crop.width + crop.height;
+  PopplerRectangle area{-reach, -reach, 2 * reach, 2 * reach};
+  std::string text;
+  if (char* found = poppler_page_get_text_for_area(page, &area)) {
+    text = found;
+    g_free(found);
+  }
+  PopplerRectangle* rectangles = nullptr;
+  guint count = 0;
+  if (!poppler_page_get_text_layout_for_area(page, &area, &rectangles, &count)) count = 0;
+
+  auto characters = splitCharacters(text);
+  size_t n = std::min(characters.size(), size_t(count));
+  PageText result;
+  result.boxes.reserve(n);
+  const PopplerRectangle* previous = nullptr;  // the previous character's, when it left a mark
+  for (size_t i = 0; i < n; ++i) {
+    const PopplerRectangle& r = rectangles[i];
+    if (isWhiteSpace(characters[i]) || r.x2 <= r.x1 || r.y2 <= r.y1) {
+      // Spaces and line breaks leave no mark; Poppler gives them the gap they fill.
+      result.text += characters[i];
+      result.boxes.push_back(Rect{});
+      previous = nullptr;
+      continue;
+    }
+    if (previous && apartOnOneLine(*previous, r)) {
+      result.text += ' ';
+      result.boxes.push_back(Rect{});
+    }
+    previous = &r;
+    // Boxes come in the turned view, relative to the crop box: turn them back, into page space.
+    double x1 = r.x1, y1 = r.y1, x2 = r.x2, y2 = r.y2;
+    turnBack(rotation, crop.width, crop.height, &x1, &y1);
+    turnBack(rotation, crop.width, crop.height, &x2, &y2);
+    double left = std::min(x1, x2), top = std::min(y1, y2);
+    double width = std::abs(x2 - x1), height = std::abs(y2 - y1);
+    result.text += characters[i];
+    result.boxes.push_back(Rect{crop.x + left, crop.maxY() - top - height, width, height});
+  }
+  g_free(rectangles);
+  return result;
+}
+
 class PopplerPdf final : public Document {
  public:
-  PopplerPdf(::PopplerDocument* document, std::string path)
+  PopplerPdf(poppler::document* document, std::string path)
       : document_(document), path_(std::move(path)) {}
 
-  int pageCount() const override {
-    return std::max(0, poppler_document_get_n_pages(document_.get()));
-  }
+  int pageCount() const override { return std::max(0, document_->pages()); }
 
   bool loadPage(int number) override {
     SilencedStderr quiet;
-    page_.reset(poppler_document_get_page(document_.get(), number - 1));
+    number_ = number;
+    page_.reset(document_->create_page(number - 1));
     if (!page_) return false;
-    PopplerRectangle box{};
-    poppler_page_get_crop_box(page_.get(), &box);
-    crop_ = Rect{std::min(box.x1, box.x2), std::min(box.y1, box.y2), std::abs(box.x2 - box.x1),
-                 std::abs(box.y2 - box.y1)};
-    rotation_ = rotationOf(path_, number);
+    poppler::rectf box = page_->page_rect(poppler::crop_box);
+    crop_ = Rect{box.x(), box.y(), box.width(), box.height()};
+    rotation_ = rotationOf(*page_);
     return true;
   }
 
   Rect cropBox() const override { return crop_; }
 
   DrawResult draw(const Rect& crop, int width, int height) override {
-    surface_.reset(cairo_image_surface_create(CAIRO_FORMAT_RGB24, width, height));
-    if (cairo_surface_status(surface_.get()) != CAIRO_STATUS_SUCCESS) {
-      surface_.reset();
-      return DrawResult::noContext;
-    }
-    std::unique_ptr<cairo_t, ContextDestroy> cr(cairo_create(surface_.get()));
-    cairo_set_source_rgb(cr.get(), 1, 1, 1);
-    cairo_paint(cr.get());
-    cairo_scale(cr.get(), width / crop.width, height / crop.height);
-    cairo_matrix_t back = unturned(rotation_, crop.width, crop.height);
-    cairo_transform(cr.get(), &back);
-    {
-      SilencedStderr quiet;
-      poppler_page_render(page_.get(), cr.get());
-    }
-    cairo_status_t status = cairo_status(cr.get());
-    cr.reset();
-    cairo_surface_flush(surface_.get());
-    if (status != CAIRO_STATUS_SUCCESS ||
-        cairo_surface_status(surface_.get()) != CAIRO_STATUS_SUCCESS ||
-        !cairo_image_surface_get_data(surface_.get())) {
-      surface_.reset();
+    SilencedStderr quiet;
+    poppler::page_renderer renderer;
+    renderer.set_render_hints(poppler::page_renderer::antialiasing |
+                              poppler::page_renderer::text_antialiasing);
+    renderer.set_image_format(poppler::image::format_rgb24);
+    renderer.set_paper_color(0xFFFFFFFF);
+    // The renderer adds the page's own turn to the one asked for: asking for the opposite turn
+    // draws the page as it is stored.
+    auto unturn = poppler::rotation_enum((4 - rotation_ / 90) % 4);
+    image_ = renderer.render_page(page_.get(), 72.0 * width / crop.width,
+                                  72.0 * height / crop.height, 0, 0, width, height, unturn);
+    if (!image_.is_valid() || image_.width() != width || image_.height() != height) {
+      image_ = poppler::image();
       return DrawResult::noImage;
     }
     return DrawResult::drawn;
   }
 
   WriteResult writePng(const std::string& path) override {
-    if (!surface_) return WriteResult::failed;
-    Bitmap bitmap{cairo_image_surface_get_data(surface_.get()),
-                  cairo_image_surface_get_width(surface_.get()),
-                  cairo_image_surface_get_height(surface_.get()),
-                  cairo_image_surface_get_stride(surface_.get())};
+    if (!image_.is_valid()) return WriteResult::failed;
+    Bitmap bitmap{reinterpret_cast<const uint8_t*>(image_.const_data()), image_.width(),
+                  image_.height(), image_.bytes_per_row()};
     return Pdf::writePng(bitmap, path);
   }
 
   PageText text() override {
     SilencedStderr quiet;
-    PageText result;
-    char* text = poppler_page_get_text(page_.get());
-    if (text) {
-      result.text = text;
-      g_free(text);
+    std::string absolute = path_;
+    if (absolute.empty() || absolute.front() != '/') {
+      char* here = getcwd(nullptr, 0);
+      if (!here) return {};
+      absolute = std::string(here) + "/" + path_;
+      free(here);
     }
-    PopplerRectangle* rectangles = nullptr;
-    guint count = 0;
-    if (!poppler_page_get_text_layout(page_.get(), &rectangles, &count)) count = 0;
-    // Poppler gives each character's box in the turned view of the page, top-left origin,
-    // relative to the crop box: turn it back and put it into page space.
-    cairo_matrix_t back = unturned(rotation_, crop_.width, crop_.height);
-    auto characters = splitCharacters(result.text);
-    result.boxes.reserve(count);
-    for (guint i = 0; i < count; ++i) {
-      const PopplerRectangle& r = rectangles[i];
-      if (i < characters.size() && isWhiteSpace(characters[i])) {
-        // Spaces and line breaks leave no mark; Poppler gives them the gap they fill.
-        result.boxes.push_back(Rect{});
-        continue;
-      }
-      double x1 = r.x1, y1 = r.y1, x2 = r.x2, y2 = r.y2;
-      cairo_matrix_transform_point(&back, &x1, &y1);
-      cairo_matrix_transform_point(&back, &x2, &y2);
-      double left = std::min(x1, x2), top = std::min(y1, y2);
-      double width = std::abs(x2 - x1), height = std::abs(y2 - y1);
-      result.boxes.push_back(Rect{crop_.x + left, crop_.maxY() - top - height, width, height});
-    }
-    g_free(rectangles);
-    return result;
+    gchar* uri = g_filename_to_uri(absolute.c_str(), nullptr, nullptr);
+    if (!uri) return {};
+    std::unique_ptr<::PopplerDocument, GObjectUnref> document(
+        poppler_document_new_from_file(uri, nullptr, nullptr));
+    g_free(uri);
+    if (!document) return {};
+    std::unique_ptr<PopplerPage, GObjectUnref> page(
+        poppler_document_get_page(document.get(), number_ - 1));
+    if (!page) return {};
+    return pageText(page.get(), crop_, rotation_);
   }
 
  private:
-  std::unique_ptr<::PopplerDocument, GObjectUnref> document_;
+  std::unique_ptr<poppler::document> document_;
   std::string path_;
-  int rotation_ = 0;
-  std::unique_ptr<PopplerPage, GObjectUnref> page_;
+  std::unique_ptr<poppler::page> page_;
+  int number_ = 0;
   Rect crop_;
-  std::unique_ptr<cairo_surface_t, SurfaceDestroy> surface_;
+  int rotation_ = 0;
+  poppler::image image_;
 };
 
 class PopplerLibrary final : public Library {
  public:
   std::unique_ptr<Document> open(const std::string& path) override {
-    std::string absolute = path;
-    if (absolute.empty() || absolute.front() != '/') {
-      char* here = getcwd(nullptr, 0);
-      if (!here) return nullptr;
-      absolute = std::string(here) + "/" + path;
-      free(here);
-    }
-    gchar* uri = g_filename_to_uri(absolute.c_str(), nullptr, nullptr);
-    if (!uri) return nullptr;
     SilencedStderr quiet;
-    ::PopplerDocument* document = poppler_document_new_from_file(uri, nullptr, nullptr);
-    g_free(uri);
-    if (!document) return nullptr;
-    return std::make_unique<PopplerPdf>(document, path);
+    std::unique_ptr<poppler::document> document(poppler::document::load_from_file(path));
+    // A document that needs a password stays locked: it cannot be read without one.
+    if (!document || document->is_locked()) return nullptr;
+    return std::make_unique<PopplerPdf>(document.release(), path);
   }
 };
 
