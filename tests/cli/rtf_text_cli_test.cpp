@@ -153,6 +153,32 @@ TEST(RtfTextCli, DocumentWithoutVisibleTextGivesOnlyDone) {
   EXPECT_EQ(run.out, "{\"type\":\"done\"}\n");
 }
 
+TEST(RtfTextCli, HostileFilesAreReadAsFarAsTheyGo) {
+  ScratchDir dir;
+  std::string deep = "{\\rtf1 before ";
+  deep.append(1000000, '{');
+  deep += "deep";
+  deep.append(1000000, '}');
+  deep += " after}";
+  EXPECT_EQ(expectLines(runHelper({"rtf-text", dir.write("deep.rtf", deep)}), "deep"),
+            std::vector<std::string>{"before deep after"});
+
+  auto bin = dir.write("bin.rtf", "{\\rtf1 text\\par{\\pict\\bin1000000000 abc}}");
+  EXPECT_EQ(expectLines(runHelper({"rtf-text", bin}), "bin"), std::vector<std::string>{"text"});
+
+  auto nul = dir.write("nul.rtf", std::string("{\\rtf1 a\0b\\par\0\0c}", 18));
+  EXPECT_EQ(expectLines(runHelper({"rtf-text", nul}), "nul"),
+            (std::vector<std::string>{"ab", "c"}));
+
+  auto open = dir.write("open.rtf", "{\\rtf1 {\\b one\\par {two");
+  EXPECT_EQ(expectLines(runHelper({"rtf-text", open}), "open"),
+            (std::vector<std::string>{"one", "two"}));
+
+  auto closed = dir.write("closed.rtf", "{\\rtf1 one}}} two");
+  EXPECT_EQ(expectLines(runHelper({"rtf-text", closed}), "closed"),
+            std::vector<std::string>{"one"});
+}
+
 TEST(RtfTextCli, EveryCorpusFileGivesWellFormedRecords) {
   auto names = corpusFiles();
   ASSERT_GE(names.size(), 60u);
