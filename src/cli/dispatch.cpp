@@ -8,6 +8,7 @@
 #include "documents/rich_text.h"
 #include "ocr/vision_ocr.h"
 #include "record/record_command.h"
+#include "speech/speak.h"
 
 namespace tallowbrook {
 namespace {
@@ -47,7 +48,7 @@ int dispatch(const std::vector<std::string>& words) {
   } else if (word == "record") {
     Record::run(rest);
   } else if (word == "speak") {
-    notBuilt(word);
+    Speak::run(rest);
   } else if (word == "rtf-text") {
     RichText::run(rest);
   } else if (word == "mcp-bridge") {
