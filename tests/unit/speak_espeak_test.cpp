@@ -80,6 +80,18 @@ TEST(WordRanges, AWordAnnouncedOnTheBlankAfterATokenRepeatsThatToken) {
   EXPECT_EQ(r.len, 1);
 }
 
+TEST(WordRanges, AWordAnnouncedOnPunctuationRepeatsThePreviousWord) {
+  WordRanges words("a 😀! z");
+  EXPECT_EQ(words.map(3, 1).loc, 2);
+  auto r = words.map(4, 1);  // "face", announced on the exclamation mark
+  EXPECT_EQ(r.loc, 2);
+  EXPECT_EQ(r.len, 2);
+  WordRanges quoted("\"Hi\" z");
+  r = quoted.map(1, 1);  // a first word on punctuation is kept
+  EXPECT_EQ(r.loc, 0);
+  EXPECT_EQ(r.len, 1);
+}
+
 TEST(WordRanges, AWordRunningPastItsTokenRepeatsThePreviousWord) {
   WordRanges words("x 1234567 y");
   auto first = words.map(3, 7);

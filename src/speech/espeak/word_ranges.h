@@ -17,8 +17,8 @@ struct TextRange {
 // espeak-ng announces each word with its 1-based code-point position and length. A token that
 // it reads as several words (a number, an emoji's or a symbol's name) is announced once per
 // word, and it reports the words after the first one shifted: starting one code point later,
-// on the blank after the token, or running past the token's end. Such a word is given the
-// range of the word before it, so every range lies on the token that was read.
+// on the blank or punctuation after the token, or running past the token's end. Such a word
+// is given the range of the word before it, so every range lies on the token that was read.
 //
 // Used by one synthesis, on its thread.
 class WordRanges {
