@@ -1,9 +1,6 @@
-// The PDF library of pdf-page and pdf-text. Poppler's C++ interface opens the document and
-// draws pages with Poppler's own rasteriser (Splash, as pdftoppm does); its GLib interface
-// gives the page's text with one box per character; png_writer writes the image.
-#include <poppler.h>
-#include <unistd.h>
-
+// The PDF library of pdf-page and pdf-text: Poppler's C++ interface opens the document, draws
+// pages with Poppler's own rasteriser (Splash, as pdftoppm does) and gives the page's words
+// with one box per character; png_writer writes the image.
 #include <algorithm>
 #include <cmath>
 #include <memory>
@@ -20,10 +17,6 @@
 
 namespace tallowbrook::Pdf {
 namespace {
-
-struct GObjectUnref {
-  void operator()(void* object) const { g_object_unref(object); }
-};
 
 // The page's /Rotate entry in degrees: 0, 90, 180 or 270.
 int rotationOf(const poppler::page& page) {
@@ -62,72 +55,71 @@ void turnBack(int rotation, double width, double height, double* x, double* y) {
   }
 }
 
-// Whether two characters that follow each other in Poppler's text (boxes in its turned view)
-// sit on one line with a visible gap between them. Poppler's text runs words of separate
-// blocks together when they share a line ("Rate" and "5.37%" in two table columns); a space
-// keeps them apart, as every reader of the page sees them.
-bool apartOnOneLine(const PopplerRectangle& a, const PopplerRectangle& b) {
-  double height = std::min(a.y2 - a.y1, b.y2 - b.y1);
-  double distance = std::abs((a.y1 + a.y2) / 2 - (b.y1 + b.y2) / 2);
-  return distance <= height / 2 && b.x1 - a.x2 > 0.15 * height;
+// Whether two boxes (page space) share a line: their vertical centres lie within half the
+// smaller height of each other.
+bool oneLine(const Rect& a, const Rect& b) {
+  return std::abs(a.midY() - b.midY()) <= std::min(a.height, b.height) / 2;
 }
 
-// The page's characters and their boxes in page space, from Poppler's GLib interface.
-PageText pageText(PopplerPage* page, const Rect& crop, int rotation) {
-  // The whole page and beyond it: a word that starts outside the crop box still counts.
-  double reach = crop.width + crop.height;
-  PopplerRectangle area{-reach, -reach, 2 * reach, 2 * reach};
-  std::string text;
-  if (char* found = poppler_page_get_text_for_area(page, &area)) {
-    text = found;
-    g_free(found);
-  }
-  PopplerRectangle* rectangles = nullptr;
-  guint count = 0;
-  if (!poppler_page_get_text_layout_for_area(page, &area, &rectangles, &count)) count = 0;
+// What separates two words that follow each other, from the last box of the first and the
+// first box of the next (page space): nothing when they touch on one line (a change of font
+// inside a word), a space when Poppler saw one or a gap shows between them on one line (words
+// of two table cells), a line break when the next word is on another line.
+std::string_view separator(const poppler::text_box& word, const Rect& last, const Rect& next) {
+  if (!oneLine(last, next)) return "\n";
+  double height = std::min(last.height, next.height);
+  if (word.has_space_after() || next.minX() - last.maxX() > 0.15 * height) return " ";
+  return "";
+}
 
-  auto characters = splitCharacters(text);
-  size_t n = std::min(characters.size(), size_t(count));
-  PageText result;
-  result.boxes.reserve(n);
-  const PopplerRectangle* previous = nullptr;  // the previous character's, when it left a mark
-  for (size_t i = 0; i < n; ++i) {
-    const PopplerRectangle& r = rectangles[i];
-    if (isWhiteSpace(characters[i]) || r.x2 <= r.x1 || r.y2 <= r.y1) {
-      // Spaces and line breaks leave no mark; Poppler gives them the gap they fill.
-      result.text += characters[i];
-      result.boxes.push_back(Rect{});
-      previous = nullptr;
-      continue;
-    }
-    if (previous && apartOnOneLine(*previous, r)) {
-      result.text += ' ';
-      result.boxes.push_back(Rect{});
-    }
-    previous = &r;
-    // Boxes come in the turned view, relative to the crop box: turn them back, into page space.
-    double x1 = r.x1, y1 = r.y1, x2 = r.x2, y2 = r.y2;
+// The page's characters and their boxes in page space.
+PageText pageText(const poppler::page& page, const Rect& crop, int rotation) {
+  // Boxes come in the turned view, relative to the crop box: turn them back, into page space.
+  auto toPage = [&](const poppler::rectf& box) {
+    if (!(box.width() > 0) || !(box.height() > 0)) return Rect{};
+    double x1 = box.left(), y1 = box.top(), x2 = box.right(), y2 = box.bottom();
     turnBack(rotation, crop.width, crop.height, &x1, &y1);
     turnBack(rotation, crop.width, crop.height, &x2, &y2);
     double left = std::min(x1, x2), top = std::min(y1, y2);
     double width = std::abs(x2 - x1), height = std::abs(y2 - y1);
-    result.text += characters[i];
-    result.boxes.push_back(Rect{crop.x + left, crop.maxY() - top - height, width, height});
+    return Rect{crop.x + left, crop.maxY() - top - height, width, height};
+  };
+  PageText result;
+  auto add = [&](std::string_view character, const Rect& box) {
+    result.text += character;
+    // Spaces and line breaks leave no mark.
+    result.boxes.push_back(isWhiteSpace(character) ? Rect{} : box);
+  };
+
+  std::vector<poppler::text_box> words = page.text_list();
+  Rect last;
+  for (size_t w = 0; w < words.size(); ++w) {
+    poppler::byte_array utf8 = words[w].text().to_utf8();
+    std::string text(utf8.begin(), utf8.end());
+    auto characters = splitCharacters(text);
+    if (characters.empty()) continue;
+    Rect first = toPage(words[w].char_bbox(0));
+    if (w > 0) {
+      std::string_view between = separator(words[w - 1], last, first);
+      if (!between.empty()) add(between, Rect{});
+    }
+    for (size_t i = 0; i < characters.size(); ++i) {
+      Rect box = toPage(words[w].char_bbox(i));
+      add(characters[i], box);
+      last = box;
+    }
   }
-  g_free(rectangles);
   return result;
 }
 
 class PopplerPdf final : public Document {
  public:
-  PopplerPdf(poppler::document* document, std::string path)
-      : document_(document), path_(std::move(path)) {}
+  explicit PopplerPdf(poppler::document* document) : document_(document) {}
 
   int pageCount() const override { return std::max(0, document_->pages()); }
 
   bool loadPage(int number) override {
     SilencedStderr quiet;
-    number_ = number;
     page_.reset(document_->create_page(number - 1));
     if (!page_) return false;
     poppler::rectf box = page_->page_rect(poppler::crop_box);
@@ -166,30 +158,12 @@ class PopplerPdf final : public Document {
 
   PageText text() override {
     SilencedStderr quiet;
-    std::string absolute = path_;
-    if (absolute.empty() || absolute.front() != '/') {
-      char* here = getcwd(nullptr, 0);
-      if (!here) return {};
-      absolute = std::string(here) + "/" + path_;
-      free(here);
-    }
-    gchar* uri = g_filename_to_uri(absolute.c_str(), nullptr, nullptr);
-    if (!uri) return {};
-    std::unique_ptr<::PopplerDocument, GObjectUnref> document(
-        poppler_document_new_from_file(uri, nullptr, nullptr));
-    g_free(uri);
-    if (!document) return {};
-    std::unique_ptr<PopplerPage, GObjectUnref> page(
-        poppler_document_get_page(document.get(), number_ - 1));
-    if (!page) return {};
-    return pageText(page.get(), crop_, rotation_);
+    return pageText(*page_, crop_, rotation_);
   }
 
  private:
   std::unique_ptr<poppler::document> document_;
-  std::string path_;
   std::unique_ptr<poppler::page> page_;
-  int number_ = 0;
   Rect crop_;
   int rotation_ = 0;
   poppler::image image_;
@@ -202,7 +176,7 @@ class PopplerLibrary final : public Library {
     std::unique_ptr<poppler::document> document(poppler::document::load_from_file(path));
     // A document that needs a password stays locked: it cannot be read without one.
     if (!document || document->is_locked()) return nullptr;
-    return std::make_unique<PopplerPdf>(document.release(), path);
+    return std::make_unique<PopplerPdf>(document.release());
   }
 };
 
