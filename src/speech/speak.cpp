@@ -108,7 +108,7 @@ Failure render(const std::vector<std::string>& args, Environment& env) {
 }
 
 Failure preview(const std::vector<std::string>& args, Environment& env) {
-  Options options = scanOptions(args);
+  Options options = scanOptions(args, OptionSet::preview);
   std::string text = decodeText(env.readInput());
   if (isBlank(text)) text = kSampleSentence;
 

@@ -17,11 +17,13 @@ std::optional<float> parseFloat32(std::string_view word) {
   return value;  // out-of-range values come back as +-inf or 0, as a float literal would
 }
 
-Options scanOptions(const std::vector<std::string>& words) {
+Options scanOptions(const std::vector<std::string>& words, OptionSet known) {
+  bool renderOnly = known == OptionSet::render;
   Options options;
   for (size_t i = 0; i < words.size(); ++i) {
     const std::string& word = words[i];
-    bool takesValue = word == "--out" || word == "--voice" || word == "--rate" || word == "--pitch";
+    bool takesValue = word == "--voice" || word == "--rate" ||
+                      (renderOnly && (word == "--out" || word == "--pitch"));
     if (!takesValue) continue;
     ++i;
     std::optional<std::string> value;

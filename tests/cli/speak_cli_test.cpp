@@ -339,7 +339,19 @@ class MonitorRecording {
              "--channels=1", nullptr);
       _exit(127);
     }
+    // Playback must not start before parec listens: wait for its record stream to exist.
+    RunOptions options;
+    options.env = env;
+    for (int i = 0; i < 200; ++i) {
+      auto streams = runProgram({"pactl", "list", "short", "source-outputs"}, options);
+      if (!streams.out.empty()) {
+        listening_ = true;
+        break;
+      }
+      usleep(25 * 1000);
+    }
   }
+  bool listening() const { return listening_; }
   // Stops parec and returns the largest magnitude it heard and the samples it got.
   std::pair<int, size_t> stop() {
     if (pid_ > 0) {
@@ -360,6 +372,7 @@ class MonitorRecording {
  private:
   std::string path_;
   pid_t pid_ = -1;
+  bool listening_ = false;
 };
 
 class SpeakPreview : public SpeakCli {
@@ -394,7 +407,7 @@ bool SpeakPreview::started = false;
 
 TEST_F(SpeakPreview, PlaysThroughTheDefaultSinkAndEndsWithDone) {
   MonitorRecording monitor(server->env(), dir + "/monitor.raw");
-  usleep(300 * 1000);  // parec connected before playback starts
+  ASSERT_TRUE(monitor.listening());
   auto run = preview("Hello from the preview.");
   usleep(200 * 1000);
   auto [peak, samples] = monitor.stop();
@@ -408,7 +421,7 @@ TEST_F(SpeakPreview, PlaysThroughTheDefaultSinkAndEndsWithDone) {
 
 TEST_F(SpeakPreview, BlankInputSpeaksTheSampleSentence) {
   MonitorRecording monitor(server->env(), dir + "/monitor.raw");
-  usleep(300 * 1000);
+  ASSERT_TRUE(monitor.listening());
   auto run = preview("  \n\n");
   auto [peak, samples] = monitor.stop();
   EXPECT_EQ(run.status, 0) << run.out;

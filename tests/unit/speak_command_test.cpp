@@ -297,6 +297,14 @@ TEST_F(SpeakCommand, PreviewSpeaksTheTextAsReadWithVoiceAndRateButNoPitch) {
   EXPECT_FALSE(std::filesystem::exists(out));
 }
 
+TEST_F(SpeakCommand, PreviewTakesOutAndPitchAsPlainWords) {
+  EXPECT_EQ(run({"preview", "--pitch", "--voice", "gmw/de", "--out", "--rate", "0.9"}),
+            std::nullopt);
+  ASSERT_TRUE(engine.spoken);
+  EXPECT_EQ(engine.spoken->voiceId, "gmw/de");
+  EXPECT_EQ(engine.spoken->rate, 0.9f);
+}
+
 TEST_F(SpeakCommand, PreviewNamesAnUnknownVoice) {
   EXPECT_EQ(run({"preview", "--voice", "robot"}), "no voice with identifier robot is installed");
   EXPECT_FALSE(engine.spoken);

@@ -56,6 +56,17 @@ TEST(SpeakOptions, OtherWordsAreIgnored) {
   EXPECT_EQ(o.voice, std::nullopt);
 }
 
+TEST(SpeakOptions, PreviewKnowsOnlyVoiceAndRate) {
+  Options o =
+      scanOptions({"--pitch", "--voice", "gmw/de", "--out", "--rate", "0.2"}, OptionSet::preview);
+  EXPECT_EQ(o.voice, "gmw/de");
+  EXPECT_EQ(o.rate, 0.2f);
+  EXPECT_EQ(o.pitch, 1.0f);
+  EXPECT_EQ(o.out, std::nullopt);
+  Options r = scanOptions({"--pitch", "--voice", "gmw/de"}, OptionSet::render);
+  EXPECT_EQ(r.voice, std::nullopt);
+}
+
 TEST(SpeakOptions, FloatsParseAsWholeWords) {
   EXPECT_EQ(parseFloat32("0.5"), 0.5f);
   EXPECT_EQ(parseFloat32("-2"), -2.0f);
