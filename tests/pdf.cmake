@@ -13,6 +13,14 @@ target_link_libraries(pdf-unit-tests PRIVATE tallowbrook-core tallowbrook-warnin
                       GTest::gtest_main)
 gtest_discover_tests(pdf-unit-tests TEST_PREFIX "pdf." DISCOVERY_TIMEOUT 60)
 
+# The PDF module's PNG writer, checked by decoding what it writes.
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(PDF_TEST_PNG REQUIRED IMPORTED_TARGET spng)
+add_executable(pdf-module-tests unit/pdf_png_writer_test.cpp)
+target_link_libraries(pdf-module-tests PRIVATE tallowbrook-pdf-impl tallowbrook-core
+                      PkgConfig::PDF_TEST_PNG tallowbrook-warnings GTest::gtest_main)
+gtest_discover_tests(pdf-module-tests TEST_PREFIX "pdf." DISCOVERY_TIMEOUT 60)
+
 # PDFs with known content, made once per build tree.
 set(PDF_FIXTURES_DIR ${CMAKE_CURRENT_BINARY_DIR}/pdf-fixtures)
 add_custom_command(
@@ -24,8 +32,6 @@ add_custom_command(
 add_custom_target(pdf-fixtures DEPENDS ${PDF_FIXTURES_DIR}/stamp)
 
 # CLI tests: the built helper on those PDFs and on the corpus; images decoded with libspng.
-find_package(PkgConfig REQUIRED)
-pkg_check_modules(PDF_TEST_PNG REQUIRED IMPORTED_TARGET spng)
 add_executable(pdf-cli-tests
   cli/pdf_corpus_cli_test.cpp
   cli/pdf_page_cli_test.cpp

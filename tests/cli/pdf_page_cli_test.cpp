@@ -158,6 +158,24 @@ TEST(PdfPageCli, CommonReadersReadTheImage) {
   }
 }
 
+TEST(PdfPageCli, APageWhoseDrawingGoesWrongStillGivesAnImage) {
+  ScratchDir dir;
+  expectSummary(runHelper({"pdf-page", fixture("broken-content.pdf"), "1", dir.file("b.png")}));
+  auto image = readPng(dir.file("b.png"));
+  ASSERT_TRUE(image);
+  EXPECT_EQ(image->width, 1404);
+}
+
+TEST(PdfPageCli, ABitmapThatDoesNotFitInMemoryIsAFailure) {
+  ScratchDir dir;
+  // 8000 x 8000 needs several hundred megabytes; 300 MB of address space is not enough.
+  std::string helper = HELPER_PATH;
+  auto run =
+      runProgram({"/bin/sh", "-c", "ulimit -v 300000 && exec \"$0\" \"$@\"", helper, "pdf-page",
+                  fixture("three-pages.pdf"), "1", dir.file("big.png"), "8000", "8000"});
+  expectFailure(run, "pdf-page: could not allocate a 8000x8000 context");
+}
+
 TEST(PdfPageCli, ArgumentFailures) {
   expectFailure(runHelper({"pdf-page"}),
                 "usage: pdf-page <pdf-path> <page-number> <out.png> [width] [height]");

@@ -87,6 +87,16 @@ TEST(PdfTextCli, BoxesAreRelativeToTheCropBoxAndNotClamped) {
   }
 }
 
+TEST(PdfTextCli, ALineFillingTheCropBoxRunsFromTopToBottom) {
+  json result = pageText("one-line-cropbox.pdf");
+  ASSERT_EQ(result["lines"].size(), 1u);
+  const json& line = result["lines"][0];
+  EXPECT_EQ(line["text"], "Edge to edge");
+  EXPECT_NEAR(line["y"].get<double>(), 0, 1e-9);
+  EXPECT_NEAR(line["y"].get<double>() + line["h"].get<double>(), 1, 1e-9);
+  EXPECT_NEAR(line["x"].get<double>(), 10.0 / 350, 1e-9);
+}
+
 TEST(PdfTextCli, ThePagesOwnRotationDoesNotMoveTheBoxes) {
   json plain = pageText("unturned.pdf");
   for (const char* turned : {"turned-90.pdf", "turned-270.pdf"}) {
@@ -101,6 +111,11 @@ TEST(PdfTextCli, ThePagesOwnRotationDoesNotMoveTheBoxes) {
       }
     }
   }
+}
+
+TEST(PdfTextCli, APageWhoseDrawingGoesWrongStillGivesItsText) {
+  std::vector<std::string> lines = texts(pageText("broken-content.pdf"));
+  EXPECT_NE(std::find(lines.begin(), lines.end(), "Still here"), lines.end());
 }
 
 TEST(PdfTextCli, APageWithoutTextHasAnEmptyList) {

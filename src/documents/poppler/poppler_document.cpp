@@ -3,6 +3,7 @@
 // with one box per character; png_writer writes the image.
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <memory>
 
 #include <poppler/cpp/poppler-document.h>
@@ -131,6 +132,11 @@ class PopplerPdf final : public Document {
   Rect cropBox() const override { return crop_; }
 
   DrawResult draw(const Rect& crop, int width, int height) override {
+    // Poppler ends the process when it cannot allocate its bitmap (and the copy handed back):
+    // make sure the address space is there first.
+    void* volatile room = std::malloc(size_t(width) * size_t(height) * 3 * 2);
+    if (!room) return DrawResult::noContext;
+    std::free(room);
     SilencedStderr quiet;
     poppler::page_renderer renderer;
     renderer.set_render_hints(poppler::page_renderer::antialiasing |
