@@ -6,6 +6,7 @@
 #include "documents/pdf_page.h"
 #include "documents/pdf_text.h"
 #include "documents/rich_text.h"
+#include "documents/text_pdf.h"
 #include "ocr/vision_ocr.h"
 #include "record/record_command.h"
 #include "speech/speak.h"
@@ -54,7 +55,7 @@ int dispatch(const std::vector<std::string>& words) {
   } else if (word == "mcp-bridge") {
     McpBridge::run(rest);
   } else if (word == "text-pdf") {
-    notBuilt(word);
+    TextPdf::run(rest);
   } else {
     fail("unknown command: " + word);
   }

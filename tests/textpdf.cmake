@@ -1,0 +1,18 @@
+# text-pdf: unit tests of the request, styled text and page loop over a fake typesetter, and CLI
+# tests of the built helper checked with poppler-utils (pdftotext, pdfinfo, pdffonts).
+add_executable(textpdf-unit-tests
+  unit/text_pdf_pages_test.cpp
+  unit/text_pdf_request_test.cpp
+)
+target_link_libraries(textpdf-unit-tests PRIVATE tallowbrook-core tallowbrook-warnings
+                      GTest::gtest_main)
+gtest_discover_tests(textpdf-unit-tests TEST_PREFIX "textpdf." DISCOVERY_TIMEOUT 60)
+
+add_executable(textpdf-cli-tests cli/text_pdf_cli_test.cpp)
+target_link_libraries(textpdf-cli-tests PRIVATE cli-test-support tallowbrook-warnings
+                      GTest::gtest_main)
+target_compile_definitions(textpdf-cli-tests PRIVATE
+  HELPER_PATH="$<TARGET_FILE:tallowbrook-helper>")
+add_dependencies(textpdf-cli-tests tallowbrook-helper tallowbrook-textpdf)
+gtest_discover_tests(textpdf-cli-tests TEST_PREFIX "textpdf.cli." DISCOVERY_TIMEOUT 60
+                     PROPERTIES TIMEOUT 300)
