@@ -1,6 +1,7 @@
 #include "speech/mono16.h"
 
 #include <cmath>
+#include <cstring>
 
 namespace tallowbrook::Speak {
 
@@ -13,6 +14,10 @@ std::optional<Samples> mono16(const AudioBuffer& buffer) {
   const size_t stride = static_cast<size_t>(buffer.channels);
   if (buffer.format == SampleFormat::int16) {
     const auto* in = static_cast<const int16_t*>(buffer.data);
+    if (stride == 1) {
+      std::memcpy(samples.data(), in, samples.size() * sizeof(int16_t));
+      return samples;
+    }
     for (size_t i = 0; i < samples.size(); ++i) samples[i] = in[i * stride];
   } else {
     const auto* in = static_cast<const float*>(buffer.data);
