@@ -47,3 +47,7 @@ target_compile_definitions(pdf-cli-tests PRIVATE
 add_dependencies(pdf-cli-tests pdf-fixtures tallowbrook-helper tallowbrook-pdf)
 gtest_discover_tests(pdf-cli-tests TEST_PREFIX "pdf.cli." DISCOVERY_TIMEOUT 60
                      PROPERTIES TIMEOUT 600)
+
+# The line building's fuzzer (scripts/fuzz).
+include(${CMAKE_CURRENT_LIST_DIR}/fuzz/fuzz.cmake)
+tallowbrook_fuzz_target(pdf_lines SOURCES fuzz/pdf_lines_fuzz.cpp LIBRARIES tallowbrook-core)
