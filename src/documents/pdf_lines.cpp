@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "documents/pdf_characters.h"
 
@@ -40,13 +41,17 @@ void LineBuilder::flush() {
   box_.reset();
 }
 
+std::vector<Line> LineBuilder::finish() {
+  flush();
+  return std::exchange(lines_, {});
+}
+
 std::vector<Line> buildLines(const Pdf::PageText& text) {
   auto characters = Pdf::splitCharacters(text.text);
   size_t n = std::min(characters.size(), text.boxes.size());
   LineBuilder builder;
   for (size_t i = 0; i < n; ++i) builder.add(characters[i], text.boxes[i]);
-  builder.flush();
-  return builder.lines();
+  return builder.finish();
 }
 
 Json lineObject(const Line& line, const Pdf::Rect& crop) {

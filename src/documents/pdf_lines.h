@@ -33,6 +33,9 @@ class LineBuilder {
   // The lines closed so far, in order.
   const std::vector<Line>& lines() const { return lines_; }
 
+  // Flushes the current line and hands over every line, leaving the builder empty.
+  std::vector<Line> finish();
+
  private:
   std::string text_;
   std::optional<Pdf::Rect> box_;

@@ -50,11 +50,11 @@ Outcome extract(const Request& request, Pdf::Library& library) {
   if (!(crop.width > 0) || !(crop.height > 0)) {
     return failure("pdf-text: page " + page + " has an empty crop box");
   }
-  Json lines = Json::array();
-  for (const Line& line : buildLines(document->text())) lines.push_back(lineObject(line, crop));
   Outcome outcome;
-  outcome.result =
-      Json{{"type", "pdf-text"}, {"page", request.page}, {"pages", pages}, {"lines", lines}};
+  outcome.result = Json{{"type", "pdf-text"}, {"page", request.page}, {"pages", pages}};
+  // Filled in place: a page of small print has thousands of lines, too many to copy.
+  Json& lines = outcome.result["lines"] = Json::array();
+  for (const Line& line : buildLines(document->text())) lines.push_back(lineObject(line, crop));
   return outcome;
 }
 
