@@ -14,6 +14,7 @@
 #include "cli/silenced_stderr.h"
 #include "documents/pdf_characters.h"
 #include "documents/pdf_document.h"
+#include "documents/poppler/mapped_file.h"
 #include "documents/poppler/png_writer.h"
 
 namespace tallowbrook::Pdf {
@@ -115,7 +116,8 @@ PageText pageText(const poppler::page& page, const Rect& crop, int rotation) {
 
 class PopplerPdf final : public Document {
  public:
-  explicit PopplerPdf(poppler::document* document) : document_(document) {}
+  PopplerPdf(std::unique_ptr<MappedFile> file, poppler::document* document)
+      : file_(std::move(file)), document_(document) {}
 
   int pageCount() const override { return std::max(0, document_->pages()); }
 
@@ -168,6 +170,7 @@ class PopplerPdf final : public Document {
   }
 
  private:
+  std::unique_ptr<MappedFile> file_;  // the document's bytes: outlives the document
   std::unique_ptr<poppler::document> document_;
   std::unique_ptr<poppler::page> page_;
   Rect crop_;
@@ -178,11 +181,14 @@ class PopplerPdf final : public Document {
 class PopplerLibrary final : public Library {
  public:
   std::unique_ptr<Document> open(const std::string& path) override {
+    auto file = std::make_unique<MappedFile>(path);
+    if (!file->data()) return nullptr;
     SilencedStderr quiet;
-    std::unique_ptr<poppler::document> document(poppler::document::load_from_file(path));
+    std::unique_ptr<poppler::document> document(
+        poppler::document::load_from_raw_data(file->data(), int(file->size())));
     // A document that needs a password stays locked: it cannot be read without one.
     if (!document || document->is_locked()) return nullptr;
-    return std::make_unique<PopplerPdf>(document.release());
+    return std::make_unique<PopplerPdf>(std::move(file), document.release());
   }
 };
 
