@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <set>
 #include <sstream>
@@ -208,6 +209,38 @@ TEST_F(TextPdfCli, CjkRoundTrip) {
   EXPECT_EQ(withoutSpaces(pdfText(out)),
             withoutSpaces("野帳月曜日東京都の天気は晴れです。火曜日今日は雨が降っています。"
                           "Tallowbrook \u00B7 1"));
+}
+
+// pdftotext's text without white space and without the bidirectional embedding marks it adds
+// around right-to-left runs (U+202A ... U+202E).
+std::string withoutSpacesOrMarks(const std::string& text) {
+  std::string out = withoutSpaces(text);
+  for (const char* mark : {"\u202A", "\u202B", "\u202C", "\u202D", "\u202E"}) {
+    for (std::size_t at; (at = out.find(mark)) != std::string::npos;) out.erase(at, 3);
+  }
+  return out;
+}
+
+TEST_F(TextPdfCli, RightToLeftTextComesBackInReadingOrder) {
+  std::string out = path("rtl.pdf");
+  json lines = json::array({{{"label", "עברית"}, {"text", "שלום עולם"}},
+                            {{"label", "العربية"}, {"text", "مرحبا بالعالم"}}});
+  makePdf(out, request("RTL", nullptr, lines));
+  EXPECT_EQ(withoutSpacesOrMarks(pdfText(out)),
+            withoutSpaces("RTL עברית שלום עולם العربية مرحبا بالعالم Tallowbrook \u00B7 1"));
+}
+
+TEST_F(TextPdfCli, EmojiAreDrawnAsPicturesBetweenTheText) {
+  std::string out = path("emoji.pdf");
+  makePdf(out, request("Party", nullptr,
+                       json::array({{{"text", "before \U0001F389\U0001F642 after"}}})));
+  // In drawing order: pdftotext's own reading order puts a word after a picture in a block of
+  // its own.
+  EXPECT_EQ(words(tool({"pdftotext", "-raw", "-enc", "UTF-8", out, "-"})),
+            expectedWords({"Party", "before", "after", "Tallowbrook \u00B7 1"}));
+  // Colour emoji glyphs become images in the PDF: two lines of header, then one per image.
+  std::string images = tool({"pdfimages", "-list", out});
+  EXPECT_GE(std::count(images.begin(), images.end(), '\n'), 3) << images;
 }
 
 TEST_F(TextPdfCli, EmptyLinesGiveOnePageWithTitleAndSubtitle) {
