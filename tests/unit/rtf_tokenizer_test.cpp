@@ -112,7 +112,8 @@ TEST(RtfTokenizer, HugeBinaryLengthTakesWhatIsThere) {
 }
 
 TEST(RtfTokenizer, NulBytesAreText) {
-  auto t = tokensOf(std::string("a\0b", 3));
+  const std::string input("a\0b", 3);  // tokens point into the input: keep it alive
+  auto t = tokensOf(input);
   ASSERT_EQ(t.size(), 1u);
   EXPECT_EQ(t[0].text, std::string("a\0b", 3));
 }
