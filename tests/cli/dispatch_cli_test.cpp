@@ -9,21 +9,9 @@ const char* kTopUsage =
     "usage: tallowbrook-helper "
     "<capabilities|vision-ocr|pdf-page|pdf-text|answer|record|speak|rtf-text|mcp-bridge|text-pdf>";
 
-// Expects exactly one line: the failure document with `message`, exit status 1, nothing on
-// standard error.
-void expectFailure(const HelperRun& run, const std::string& message) {
-  EXPECT_EQ(run.status, 1);
-  EXPECT_EQ(run.err, "");
-  ASSERT_FALSE(run.out.empty());
-  EXPECT_EQ(run.out.find('\n'), run.out.size() - 1) << "not exactly one line: " << run.out;
-  auto lines = jsonLines(run.out);
-  ASSERT_EQ(lines.size(), 1u);
-  EXPECT_EQ(lines[0], (nlohmann::json{{"type", "error"}, {"message", message}}));
-}
-
 TEST(Dispatch, NoArgumentsPrintsTheTopLevelUsage) {
   auto run = runHelper({});
-  expectFailure(run, kTopUsage);
+  expectFailureDocument(run, kTopUsage);
 }
 
 TEST(Dispatch, FailureDocumentBytesEscapeSlashes) {
@@ -34,25 +22,25 @@ TEST(Dispatch, FailureDocumentBytesEscapeSlashes) {
 }
 
 TEST(Dispatch, WordsAreCaseSensitive) {
-  expectFailure(runHelper({"Capabilities"}), "unknown command: Capabilities");
-  expectFailure(runHelper({"VISION-OCR", "x.png"}), "unknown command: VISION-OCR");
+  expectFailureDocument(runHelper({"Capabilities"}), "unknown command: Capabilities");
+  expectFailureDocument(runHelper({"VISION-OCR", "x.png"}), "unknown command: VISION-OCR");
 }
 
 TEST(Dispatch, UnknownWordIsQuotedUnchanged) {
-  expectFailure(runHelper({" capabilities"}), "unknown command:  capabilities");
-  expectFailure(runHelper({""}), "unknown command: ");
-  expectFailure(runHelper({"--help"}), "unknown command: --help");
+  expectFailureDocument(runHelper({" capabilities"}), "unknown command:  capabilities");
+  expectFailureDocument(runHelper({""}), "unknown command: ");
+  expectFailureDocument(runHelper({"--help"}), "unknown command: --help");
 }
 
 TEST(Dispatch, MessageWithLineBreaksStaysOneLine) {
   auto run = runHelper({"two\nlines\r\tand \"quotes\" \\"});
-  expectFailure(run, "unknown command: two\nlines\r\tand \"quotes\" \\");
+  expectFailureDocument(run, "unknown command: two\nlines\r\tand \"quotes\" \\");
   EXPECT_NE(run.out.find(R"(two\nlines\r\tand \"quotes\" \\)"), std::string::npos) << run.out;
 }
 
 TEST(Dispatch, InvalidUtf8InAWordIsReplacedNotLost) {
   auto run = runHelper({"caf\xff\xfe"});
-  expectFailure(run, "unknown command: caf\xEF\xBF\xBD\xEF\xBF\xBD");
+  expectFailureDocument(run, "unknown command: caf\xEF\xBF\xBD\xEF\xBF\xBD");
 }
 
 TEST(Dispatch, NonAsciiIsWrittenAsUtf8) {
@@ -61,7 +49,7 @@ TEST(Dispatch, NonAsciiIsWrittenAsUtf8) {
 }
 
 TEST(Dispatch, VisionOcrWithoutAPathPrintsItsUsage) {
-  expectFailure(runHelper({"vision-ocr"}), "usage: vision-ocr <image-path>");
+  expectFailureDocument(runHelper({"vision-ocr"}), "usage: vision-ocr <image-path>");
 }
 
 TEST(Dispatch, VisionOcrIgnoresWordsAfterThePath) {
@@ -73,12 +61,12 @@ TEST(Dispatch, VisionOcrIgnoresWordsAfterThePath) {
 }
 
 TEST(Dispatch, RecordAloneReportsTheRecordUsage) {
-  expectFailure(runHelper({"record"}),
-                "usage: record <permissions|request-microphone|devices|start>");
+  expectFailureDocument(runHelper({"record"}),
+                        "usage: record <permissions|request-microphone|devices|start>");
 }
 
 TEST(Dispatch, RecordRejectsAnUnknownSubcommand) {
-  expectFailure(runHelper({"record", "Start"}), "unknown record subcommand: Start");
+  expectFailureDocument(runHelper({"record", "Start"}), "unknown record subcommand: Start");
 }
 
 TEST(Dispatch, EveryWordReachesItsSubcommand) {

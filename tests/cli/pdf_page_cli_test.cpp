@@ -11,15 +11,6 @@ using pdf_test::Image;
 using pdf_test::readPng;
 using pdf_test::ScratchDir;
 
-void expectFailure(const HelperRun& run, const std::string& message) {
-  EXPECT_EQ(run.status, 1) << run.out;
-  auto lines = jsonLines(run.out);
-  ASSERT_EQ(lines.size(), 1u) << run.out;
-  EXPECT_EQ(lines[0]["type"], "error");
-  EXPECT_EQ(lines[0]["message"], message);
-  EXPECT_EQ(run.err, "");
-}
-
 nlohmann::json expectSummary(const HelperRun& run) {
   EXPECT_EQ(run.status, 0) << run.out;
   EXPECT_EQ(run.err, "");
@@ -83,12 +74,14 @@ TEST(PdfPageCli, Width8000IsAcceptedAndOneMoreOrZeroIsNot) {
   auto image = readPng(dir.file("w.png"));
   ASSERT_TRUE(image);
   EXPECT_EQ(image->width, 8000);
-  expectFailure(runHelper({"pdf-page", fixture("blank.pdf"), "1", dir.file("x.png"), "8001"}),
-                "pdf-page: 8001x1872 is not a drawable size");
-  expectFailure(runHelper({"pdf-page", fixture("blank.pdf"), "1", dir.file("x.png"), "0"}),
-                "pdf-page: 0x1872 is not a drawable size");
-  expectFailure(runHelper({"pdf-page", fixture("blank.pdf"), "1", dir.file("x.png"), "100", "-2"}),
-                "pdf-page: 100x-2 is not a drawable size");
+  expectFailureDocument(
+      runHelper({"pdf-page", fixture("blank.pdf"), "1", dir.file("x.png"), "8001"}),
+      "pdf-page: 8001x1872 is not a drawable size");
+  expectFailureDocument(runHelper({"pdf-page", fixture("blank.pdf"), "1", dir.file("x.png"), "0"}),
+                        "pdf-page: 0x1872 is not a drawable size");
+  expectFailureDocument(
+      runHelper({"pdf-page", fixture("blank.pdf"), "1", dir.file("x.png"), "100", "-2"}),
+      "pdf-page: 100x-2 is not a drawable size");
 }
 
 TEST(PdfPageCli, ALandscapePageIsStretchedNotLetterboxed) {
@@ -173,17 +166,17 @@ TEST(PdfPageCli, ABitmapThatDoesNotFitInMemoryIsAFailure) {
   auto run =
       runProgram({"/bin/sh", "-c", "ulimit -v 300000 && exec \"$0\" \"$@\"", helper, "pdf-page",
                   fixture("three-pages.pdf"), "1", dir.file("big.png"), "8000", "8000"});
-  expectFailure(run, "pdf-page: could not allocate a 8000x8000 context");
+  expectFailureDocument(run, "pdf-page: could not allocate a 8000x8000 context");
 }
 
 TEST(PdfPageCli, ArgumentFailures) {
-  expectFailure(runHelper({"pdf-page"}),
-                "usage: pdf-page <pdf-path> <page-number> <out.png> [width] [height]");
-  expectFailure(runHelper({"pdf-page", "a.pdf", "1"}),
-                "usage: pdf-page <pdf-path> <page-number> <out.png> [width] [height]");
+  expectFailureDocument(runHelper({"pdf-page"}),
+                        "usage: pdf-page <pdf-path> <page-number> <out.png> [width] [height]");
+  expectFailureDocument(runHelper({"pdf-page", "a.pdf", "1"}),
+                        "usage: pdf-page <pdf-path> <page-number> <out.png> [width] [height]");
   for (const char* page : {"0", "-3", "two"}) {
-    expectFailure(runHelper({"pdf-page", "/missing.pdf", page, "/tmp/x.png"}),
-                  std::string("pdf-page: page number must be 1 or more, got ") + page);
+    expectFailureDocument(runHelper({"pdf-page", "/missing.pdf", page, "/tmp/x.png"}),
+                          std::string("pdf-page: page number must be 1 or more, got ") + page);
   }
 }
 
@@ -191,17 +184,19 @@ TEST(PdfPageCli, DocumentFailures) {
   ScratchDir dir;
   for (const char* name : {"empty.pdf", "not-a-pdf.pdf", "malformed.pdf", "truncated.pdf",
                            "encrypted.pdf", "missing.pdf"}) {
-    expectFailure(runHelper({"pdf-page", fixture(name), "1", dir.file("x.png")}),
-                  "pdf-page: could not open " + fixture(name) + " as a PDF");
+    expectFailureDocument(runHelper({"pdf-page", fixture(name), "1", dir.file("x.png")}),
+                          "pdf-page: could not open " + fixture(name) + " as a PDF");
   }
-  expectFailure(runHelper({"pdf-page", dir.path(), "1", dir.file("x.png")}),
-                "pdf-page: could not open " + dir.path() + " as a PDF");
-  expectFailure(runHelper({"pdf-page", fixture("three-pages.pdf"), "4", dir.file("x.png")}),
-                "pdf-page: this PDF has 3 pages, asked for 4");
-  expectFailure(runHelper({"pdf-page", fixture("flat-cropbox.pdf"), "1", dir.file("x.png"), "0"}),
-                "pdf-page: page 1 has an empty crop box");
-  expectFailure(runHelper({"pdf-page", fixture("three-pages.pdf"), "1", "/no/such/dir/x.png"}),
-                "pdf-page: could not write to /no/such/dir/x.png");
+  expectFailureDocument(runHelper({"pdf-page", dir.path(), "1", dir.file("x.png")}),
+                        "pdf-page: could not open " + dir.path() + " as a PDF");
+  expectFailureDocument(runHelper({"pdf-page", fixture("three-pages.pdf"), "4", dir.file("x.png")}),
+                        "pdf-page: this PDF has 3 pages, asked for 4");
+  expectFailureDocument(
+      runHelper({"pdf-page", fixture("flat-cropbox.pdf"), "1", dir.file("x.png"), "0"}),
+      "pdf-page: page 1 has an empty crop box");
+  expectFailureDocument(
+      runHelper({"pdf-page", fixture("three-pages.pdf"), "1", "/no/such/dir/x.png"}),
+      "pdf-page: could not write to /no/such/dir/x.png");
 }
 
 TEST(PdfPageCli, AHugePageCountEndsInAFailureOrAResult) {

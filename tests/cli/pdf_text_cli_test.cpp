@@ -11,15 +11,6 @@ namespace {
 using nlohmann::json;
 using pdf_test::fixture;
 
-void expectFailure(const HelperRun& run, const std::string& message) {
-  EXPECT_EQ(run.status, 1) << run.out;
-  auto lines = jsonLines(run.out);
-  ASSERT_EQ(lines.size(), 1u) << run.out;
-  EXPECT_EQ(lines[0]["type"], "error");
-  EXPECT_EQ(lines[0]["message"], message);
-  EXPECT_EQ(run.err, "");
-}
-
 json pageText(const std::string& name, const std::string& page = "1") {
   auto run = runHelper({"pdf-text", fixture(name), page});
   EXPECT_EQ(run.status, 0) << run.out;
@@ -125,25 +116,25 @@ TEST(PdfTextCli, APageWithoutTextHasAnEmptyList) {
 }
 
 TEST(PdfTextCli, ArgumentFailures) {
-  expectFailure(runHelper({"pdf-text"}), "usage: pdf-text <pdf-path> <page-number>");
-  expectFailure(runHelper({"pdf-text", fixture("three-pages.pdf")}),
-                "usage: pdf-text <pdf-path> <page-number>");
+  expectFailureDocument(runHelper({"pdf-text"}), "usage: pdf-text <pdf-path> <page-number>");
+  expectFailureDocument(runHelper({"pdf-text", fixture("three-pages.pdf")}),
+                        "usage: pdf-text <pdf-path> <page-number>");
   for (const char* page : {"0", "-3", "two"}) {
-    expectFailure(runHelper({"pdf-text", fixture("three-pages.pdf"), page}),
-                  std::string("pdf-text: page number must be 1 or more, got ") + page);
+    expectFailureDocument(runHelper({"pdf-text", fixture("three-pages.pdf"), page}),
+                          std::string("pdf-text: page number must be 1 or more, got ") + page);
   }
 }
 
 TEST(PdfTextCli, DocumentFailures) {
   for (const char* name : {"empty.pdf", "not-a-pdf.pdf", "malformed.pdf", "truncated.pdf",
                            "encrypted.pdf", "missing.pdf"}) {
-    expectFailure(runHelper({"pdf-text", fixture(name), "1"}),
-                  "pdf-text: could not open " + fixture(name) + " as a PDF");
+    expectFailureDocument(runHelper({"pdf-text", fixture(name), "1"}),
+                          "pdf-text: could not open " + fixture(name) + " as a PDF");
   }
-  expectFailure(runHelper({"pdf-text", fixture("three-pages.pdf"), "4"}),
-                "pdf-text: this PDF has 3 pages, asked for 4");
-  expectFailure(runHelper({"pdf-text", fixture("flat-cropbox.pdf"), "1"}),
-                "pdf-text: page 1 has an empty crop box");
+  expectFailureDocument(runHelper({"pdf-text", fixture("three-pages.pdf"), "4"}),
+                        "pdf-text: this PDF has 3 pages, asked for 4");
+  expectFailureDocument(runHelper({"pdf-text", fixture("flat-cropbox.pdf"), "1"}),
+                        "pdf-text: page 1 has an empty crop box");
 }
 
 TEST(PdfTextCli, AHugePageCountEndsInAFailureOrAResult) {

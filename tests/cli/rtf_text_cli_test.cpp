@@ -61,15 +61,6 @@ class ScratchDir {
   std::vector<std::string> files_;
 };
 
-void expectFailure(const HelperRun& run, const std::string& message) {
-  EXPECT_FALSE(run.timedOut);
-  EXPECT_EQ(run.status, 1) << run.out;
-  auto lines = jsonLines(run.out);
-  ASSERT_EQ(lines.size(), 1u) << run.out;
-  EXPECT_EQ(lines[0], (nlohmann::json{{"type", "error"}, {"message", message}}));
-  EXPECT_EQ(run.err, "");
-}
-
 bool isTrimmed(const std::string& text) {
   const std::string blanks = " \t";
   if (text.empty()) return false;
@@ -103,30 +94,34 @@ std::vector<std::string> expectLines(const HelperRun& run, const std::string& wh
 }
 
 TEST(RtfTextCli, NoPathIsAUsageFailure) {
-  expectFailure(runHelper({"rtf-text"}), "usage: rtf-text <path>");
+  expectFailureDocument(runHelper({"rtf-text"}), "usage: rtf-text <path>");
 }
 
 TEST(RtfTextCli, MissingFile) {
   auto run = runHelper({"rtf-text", "/no/such/file.rtf"});
-  expectFailure(run, "could not read /no/such/file.rtf");
+  expectFailureDocument(run, "could not read /no/such/file.rtf");
   EXPECT_NE(run.out.find("could not read \\/no\\/such\\/file.rtf"), std::string::npos) << run.out;
 }
 
 TEST(RtfTextCli, ADirectoryCannotBeRead) {
   ScratchDir dir;
-  expectFailure(runHelper({"rtf-text", dir.path()}), "could not read " + dir.path());
+  expectFailureDocument(runHelper({"rtf-text", dir.path()}), "could not read " + dir.path());
 }
 
 TEST(RtfTextCli, NotRtf) {
   ScratchDir dir;
-  expectFailure(runHelper({"rtf-text", dir.write("notes.txt", "Just some text.\n")}), kNotRtf);
-  expectFailure(runHelper({"rtf-text", dir.write("empty.rtf", "")}), kNotRtf);
-  expectFailure(runHelper({"rtf-text", dir.write("png.rtf", "\x89PNG\r\n\x1a\n")}), kNotRtf);
+  expectFailureDocument(runHelper({"rtf-text", dir.write("notes.txt", "Just some text.\n")}),
+                        kNotRtf);
+  expectFailureDocument(runHelper({"rtf-text", dir.write("empty.rtf", "")}), kNotRtf);
+  expectFailureDocument(runHelper({"rtf-text", dir.write("png.rtf", "\x89PNG\r\n\x1a\n")}),
+                        kNotRtf);
 }
 
 TEST(RtfTextCli, CorpusFilesThatAreNotRtf) {
-  expectFailure(runHelper({"rtf-text", kCorpus + "/rtfpipe__RtfParserTest_fail_0.rtf"}), kNotRtf);
-  expectFailure(runHelper({"rtf-text", kCorpus + "/rtfpipe__RtfParserTest_fail_4.rtf"}), kNotRtf);
+  expectFailureDocument(runHelper({"rtf-text", kCorpus + "/rtfpipe__RtfParserTest_fail_0.rtf"}),
+                        kNotRtf);
+  expectFailureDocument(runHelper({"rtf-text", kCorpus + "/rtfpipe__RtfParserTest_fail_4.rtf"}),
+                        kNotRtf);
 }
 
 TEST(RtfTextCli, ReadsADocument) {
@@ -185,7 +180,7 @@ TEST(RtfTextCli, EveryCorpusFileGivesWellFormedRecords) {
   for (const std::string& name : names) {
     auto run = runHelper({"rtf-text", kCorpus + "/" + name});
     if (run.status == 1) {
-      expectFailure(run, kNotRtf);
+      expectFailureDocument(run, kNotRtf);
     } else {
       expectLines(run, name);
     }
@@ -212,7 +207,7 @@ TEST(RtfTextCli, EveryCorpusFileCutShort) {
       ASSERT_FALSE(run.timedOut) << what;
       ASSERT_EQ(run.signal, 0) << what;
       if (run.status == 1) {
-        expectFailure(run, kNotRtf);
+        expectFailureDocument(run, kNotRtf);
         if (wholeIsRtf) {
           EXPECT_LT(length, 5u + bytes.find("{\\rtf")) << what;
         }

@@ -126,3 +126,14 @@ std::vector<nlohmann::json> jsonLines(const std::string& out) {
   }
   return lines;
 }
+
+void expectFailureDocument(const HelperRun& run, const std::string& message) {
+  EXPECT_FALSE(run.timedOut);
+  EXPECT_EQ(run.status, 1) << run.out;
+  EXPECT_EQ(run.err, "");
+  ASSERT_FALSE(run.out.empty());
+  EXPECT_EQ(run.out.find('\n'), run.out.size() - 1) << "not exactly one line: " << run.out;
+  auto lines = jsonLines(run.out);
+  ASSERT_EQ(lines.size(), 1u) << run.out;
+  EXPECT_EQ(lines[0], (nlohmann::json{{"type", "error"}, {"message", message}}));
+}

@@ -29,5 +29,9 @@ HelperRun runHelper(const std::vector<std::string>& args, const RunOptions& opti
 // Runs any program (argv[0] is looked up in PATH).
 HelperRun runProgram(const std::vector<std::string>& argv, const RunOptions& options = {});
 
+// Expects the run to have ended through the failure document: status 1, in time, nothing on
+// standard error, and exactly one line, {"type":"error","message":message}.
+void expectFailureDocument(const HelperRun& run, const std::string& message);
+
 // Each line of `out` parsed as JSON; a line that is not JSON fails the calling test.
 std::vector<nlohmann::json> jsonLines(const std::string& out);

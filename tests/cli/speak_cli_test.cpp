@@ -38,14 +38,6 @@ uint16_t le16(const std::string& b, size_t at) {
   return uint16_t(uint8_t(b[at]) | uint8_t(b[at + 1]) << 8);
 }
 
-void expectFailure(const HelperRun& run, const std::string& message) {
-  EXPECT_FALSE(run.timedOut);
-  EXPECT_EQ(run.status, 1) << run.out;
-  auto lines = jsonLines(run.out);
-  ASSERT_EQ(lines.size(), 1u) << run.out;
-  EXPECT_EQ(lines[0], (json{{"type", "error"}, {"message", message}}));
-}
-
 // The UTF-16 code units of UTF-8 `text`.
 std::u16string utf16(const std::string& text) {
   std::u16string out;
@@ -100,8 +92,8 @@ class SpeakCli : public testing::Test {
 };
 
 TEST_F(SpeakCli, WithoutAnActionFailsWithTheUsage) {
-  expectFailure(runHelper({"speak"}), "usage: speak <voices|render|preview>");
-  expectFailure(runHelper({"speak", "say"}), "unknown speak command: say");
+  expectFailureDocument(runHelper({"speak"}), "usage: speak <voices|render|preview>");
+  expectFailureDocument(runHelper({"speak", "say"}), "unknown speak command: say");
 }
 
 TEST_F(SpeakCli, VoicesListsEveryEspeakVoiceThenDone) {
@@ -270,15 +262,17 @@ TEST_F(SpeakCli, RateAndPitchChangeTheSpeech) {
 }
 
 TEST_F(SpeakCli, RenderFailures) {
-  expectFailure(render("Hello.", {}), kUsage);
-  expectFailure(render("Hello.", {"--voice", "gmw/en"}), kUsage);
-  expectFailure(render("Hello.", {"--out", dir + "/a.wav", "--out"}), kUsage);
-  expectFailure(render(" \n\t \r\n", {"--out", dir + "/a.wav"}), "there is no text to read");
-  expectFailure(render("", {"--out", dir + "/a.wav"}), "there is no text to read");
-  expectFailure(render("Hello.", {"--out", dir + "/a.wav", "--voice", "klingon"}),
-                "no voice with identifier klingon is installed");
+  expectFailureDocument(render("Hello.", {}), kUsage);
+  expectFailureDocument(render("Hello.", {"--voice", "gmw/en"}), kUsage);
+  expectFailureDocument(render("Hello.", {"--out", dir + "/a.wav", "--out"}), kUsage);
+  expectFailureDocument(render(" \n\t \r\n", {"--out", dir + "/a.wav"}),
+                        "there is no text to read");
+  expectFailureDocument(render("", {"--out", dir + "/a.wav"}), "there is no text to read");
+  expectFailureDocument(render("Hello.", {"--out", dir + "/a.wav", "--voice", "klingon"}),
+                        "no voice with identifier klingon is installed");
   std::string missing = dir + "/no/such/dir/a.wav";
-  expectFailure(render("Hello.", {"--out", missing}), "could not open " + missing + " for writing");
+  expectFailureDocument(render("Hello.", {"--out", missing}),
+                        "could not open " + missing + " for writing");
   EXPECT_FALSE(std::filesystem::exists(dir + "/a.wav"));
 }
 
@@ -432,8 +426,8 @@ TEST_F(SpeakPreview, BlankInputSpeaksTheSampleSentence) {
 }
 
 TEST_F(SpeakPreview, AnUnknownVoiceIsNamed) {
-  expectFailure(preview("Hi.", {"--voice", "nobody"}),
-                "no voice with identifier nobody is installed");
+  expectFailureDocument(preview("Hi.", {"--voice", "nobody"}),
+                        "no voice with identifier nobody is installed");
 }
 
 TEST_F(SpeakPreview, WithoutASoundServerFailsInsteadOfHanging) {
@@ -444,7 +438,7 @@ TEST_F(SpeakPreview, WithoutASoundServerFailsInsteadOfHanging) {
   options.timeoutMs = 60000;
   auto run = runHelper({"speak", "preview"}, options);
   EXPECT_FALSE(run.timedOut);
-  expectFailure(run, "the voice did not finish speaking");
+  expectFailureDocument(run, "the voice did not finish speaking");
   EXPECT_EQ(run.err, "");
 }
 

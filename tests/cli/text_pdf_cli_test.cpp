@@ -52,15 +52,6 @@ json makePdf(const std::string& out, const std::string& request) {
   return lines[0];
 }
 
-void expectFailure(const HelperRun& run, const std::string& message) {
-  EXPECT_EQ(run.status, 1) << run.out;
-  auto lines = jsonLines(run.out);
-  ASSERT_EQ(lines.size(), 1u) << run.out;
-  EXPECT_EQ(lines[0]["type"], "error");
-  EXPECT_EQ(lines[0]["message"], message);
-  EXPECT_EQ(run.err, "");
-}
-
 HelperRun textPdf(const std::vector<std::string>& args, const std::string& input) {
   RunOptions options;
   options.input = input;
@@ -323,7 +314,7 @@ TEST_F(TextPdfCli, AFiftyMegabyteNonRequestFails) {
   options.input = std::string(50 * 1024 * 1024, '[');
   options.timeoutMs = 120000;
   auto run = runHelper({"text-pdf", out}, options);
-  expectFailure(run, "could not parse the request on stdin");
+  expectFailureDocument(run, "could not parse the request on stdin");
   EXPECT_FALSE(fs::exists(out));
 }
 
@@ -332,13 +323,13 @@ TEST_F(TextPdfCli, BadRequestsFailWithoutAFile) {
   for (const char* input :
        {"", "not json", "[1]", R"({"lines":[]})", R"({"title":"T"})",
         R"({"title":"T","lines":{"text":"a"}})", R"({"title":"T","lines":[{"label":"only"}]})"}) {
-    expectFailure(textPdf({out}, input), "could not parse the request on stdin");
+    expectFailureDocument(textPdf({out}, input), "could not parse the request on stdin");
     EXPECT_FALSE(fs::exists(out)) << input;
   }
 }
 
 TEST_F(TextPdfCli, NoPathPrintsTheUsage) {
-  expectFailure(textPdf({}, R"({"title":"T","lines":[]})"), "usage: text-pdf <out.pdf>");
+  expectFailureDocument(textPdf({}, R"({"title":"T","lines":[]})"), "usage: text-pdf <out.pdf>");
 }
 
 TEST_F(TextPdfCli, FurtherArgumentsAreIgnored) {
@@ -350,19 +341,21 @@ TEST_F(TextPdfCli, FurtherArgumentsAreIgnored) {
 
 TEST_F(TextPdfCli, UnwritableOutputsFail) {
   std::string missing = path("no-such-folder/out.pdf");
-  expectFailure(textPdf({missing}, R"({"title":"T","lines":[]})"), "cannot write " + missing);
-  expectFailure(textPdf({dir_.string()}, R"({"title":"T","lines":[]})"),
-                "cannot write " + dir_.string());
+  expectFailureDocument(textPdf({missing}, R"({"title":"T","lines":[]})"),
+                        "cannot write " + missing);
+  expectFailureDocument(textPdf({dir_.string()}, R"({"title":"T","lines":[]})"),
+                        "cannot write " + dir_.string());
   if (::geteuid() != 0) {
     fs::permissions(dir_, fs::perms::owner_read | fs::perms::owner_exec);
     std::string locked = path("locked.pdf");
-    expectFailure(textPdf({locked}, R"({"title":"T","lines":[]})"), "cannot write " + locked);
+    expectFailureDocument(textPdf({locked}, R"({"title":"T","lines":[]})"),
+                          "cannot write " + locked);
   }
 }
 
 TEST_F(TextPdfCli, AFullDiskFailsAndLeavesNoFile) {
-  expectFailure(textPdf({"/dev/full"}, R"({"title":"T","lines":[{"text":"a"}]})"),
-                "cannot write /dev/full");
+  expectFailureDocument(textPdf({"/dev/full"}, R"({"title":"T","lines":[{"text":"a"}]})"),
+                        "cannot write /dev/full");
   EXPECT_TRUE(fs::exists("/dev/full"));
 }
 
