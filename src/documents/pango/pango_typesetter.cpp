@@ -1,6 +1,8 @@
 // text-pdf's typesetter: Pango shapes and breaks the text (any script, bidirectional text),
 // cairo writes the PDF with its fonts embedded as subsets and the text extractable, fontconfig
-// substitutes the layout's fonts (Georgia by a serif, Menlo by a monospace).
+// substitutes the layout's fonts (Georgia by a serif, Menlo by a monospace). Typesetting runs on
+// the calling thread and hands each page over as glyph runs to a PageWriter, whose thread
+// drives cairo, so the two halves of the work overlap.
 #include <cairo-pdf.h>
 #include <cairo.h>
 #include <pango/pangocairo.h>
@@ -11,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "documents/pango/glyph_runs.h"
+#include "documents/pango/page_writer.h"
 #include "documents/text_typesetter.h"
 
 namespace tallowbrook::TextPdf {
@@ -63,10 +67,11 @@ PangoLayout* makeLayout(PangoContext* context, const std::string& text, const St
 // One placed line of a paragraph's layout, in layout coordinates.
 struct LineBox {
   PangoLayoutLine* line;
-  int start;        // byte offset in the paragraph
-  double x;         // left edge of the line (right-to-left lines are aligned right)
-  double height;    // line height
-  double baseline;  // baseline below the line's top
+  const char* text;  // its layout's text
+  int start;         // byte offset in the paragraph
+  double x;          // left edge of the line (right-to-left lines are aligned right)
+  double height;     // line height
+  double baseline;   // baseline below the line's top
 };
 
 // A paragraph of the text: one run's text up to (not including) a "\n".
@@ -121,10 +126,12 @@ class PangoDocument final : public Document {
     pango_cairo_context_set_font_options(context_, options);
     cairo_font_options_destroy(options);
     splitParagraphs();
+    writer_ = std::make_unique<PageWriter>(cairo_);
   }
 
   ~PangoDocument() override {
     if (file_) finish();
+    writer_.reset();
     for (Paragraph& paragraph : paragraphs_) {
       for (PangoLayout* layout : paragraph.layouts) g_object_unref(layout);
     }
@@ -155,9 +162,7 @@ class PangoDocument final : public Document {
       if (line == paragraph.lines.begin() && !first) cursor += style.spacingBefore;
       for (; line != paragraph.lines.end(); ++line) {
         if (cursor + line->height > bottom + 1e-6) return reached - position;
-        cairo_set_source_rgb(cairo_, style.grey, style.grey, style.grey);
-        cairo_move_to(cairo_, frame.x + line->x, cursor + line->baseline);
-        pango_cairo_show_layout_line(cairo_, line->line);
+        drawLine(line->line, line->text, frame.x + line->x, cursor + line->baseline, style.grey);
         cursor += line->height;
         first = false;
         auto next = line + 1;
@@ -173,16 +178,19 @@ class PangoDocument final : public Document {
 
   void drawLine(const std::string& text, const Style& style, double x, double y) override {
     PangoLayout* layout = makeLayout(context_, text, style, 0);
-    cairo_set_source_rgb(cairo_, style.grey, style.grey, style.grey);
-    cairo_move_to(cairo_, x, pageHeight_ - y);
-    pango_cairo_show_layout_line(cairo_, pango_layout_get_line_readonly(layout, 0));
+    drawLine(pango_layout_get_line_readonly(layout, 0), pango_layout_get_text(layout), x,
+             pageHeight_ - y, style.grey);
     g_object_unref(layout);
   }
 
-  void endPage() override { cairo_show_page(cairo_); }
+  void endPage() override {
+    writer_->endPage(std::move(page_));
+    page_ = {};
+  }
 
   bool finish() override {
     if (!file_) return false;
+    writer_->finish();
     cairo_surface_finish(surface_);
     bool good = cairo_surface_status(surface_) == CAIRO_STATUS_SUCCESS &&
                 cairo_status(cairo_) == CAIRO_STATUS_SUCCESS;
@@ -194,6 +202,19 @@ class PangoDocument final : public Document {
   }
 
  private:
+  // Draws `line` (of a layout whose text is `text`) with its baseline's left end at (x, y)
+  // from the top left: as glyph runs for the writer thread, or, for a line with glyphs no font
+  // has, by Pango right here.
+  void drawLine(PangoLayoutLine* line, const char* text, double x, double y, double grey) {
+    if (appendLine(page_, line, text, snapToCairo(x), snapToCairo(y), grey, fonts_)) return;
+    writer_->drawHere(std::move(page_), [&](cairo_t* cairo) {
+      cairo_set_source_rgb(cairo, grey, grey, grey);
+      cairo_move_to(cairo, x, y);
+      pango_cairo_show_layout_line(cairo, line);
+    });
+    page_ = {};
+  }
+
   void splitParagraphs() {
     std::size_t position = 0;
     for (std::size_t run = 0; run < text_.size(); ++run) {
@@ -220,12 +241,13 @@ class PangoDocument final : public Document {
     for (std::size_t end : pieceEnds(text)) {
       PangoLayout* layout = makeLayout(context_, text.substr(from, end - from), run.style, width);
       paragraph.layouts.push_back(layout);
+      const char* layoutText = pango_layout_get_text(layout);
       PangoLayoutIter* iter = pango_layout_get_iter(layout);
       do {
         PangoRectangle logical;
         pango_layout_iter_get_line_extents(iter, nullptr, &logical);
         PangoLayoutLine* line = pango_layout_iter_get_line_readonly(iter);
-        paragraph.lines.push_back({line, static_cast<int>(from) + line->start_index,
+        paragraph.lines.push_back({line, layoutText, static_cast<int>(from) + line->start_index,
                                    fromPango(logical.x), fromPango(logical.height),
                                    fromPango(pango_layout_iter_get_baseline(iter) - logical.y)});
       } while (pango_layout_iter_next_line(iter));
@@ -260,6 +282,9 @@ class PangoDocument final : public Document {
   PangoContext* context_ = nullptr;
   std::vector<Paragraph> paragraphs_;
   std::vector<std::size_t> runStarts_;
+  FontCache fonts_;  // outlives writer_, which draws with its fonts
+  PageRuns page_;    // the current page's runs
+  std::unique_ptr<PageWriter> writer_;
 };
 
 class PangoTypesetter final : public Typesetter {

@@ -1,0 +1,108 @@
+#include "documents/pango/glyph_runs.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace tallowbrook::TextPdf {
+
+FontCache::~FontCache() {
+  for (auto& [font, scaled] : fonts_) {
+    if (scaled) cairo_scaled_font_destroy(scaled);
+    g_object_unref(font);
+  }
+}
+
+cairo_scaled_font_t* FontCache::scaledFont(PangoFont* font) {
+  auto found = fonts_.find(font);
+  if (found != fonts_.end()) return found->second;
+  cairo_scaled_font_t* scaled = nullptr;
+  if (PANGO_IS_CAIRO_FONT(font)) {
+    scaled = pango_cairo_font_get_scaled_font(PANGO_CAIRO_FONT(font));
+    if (scaled && cairo_scaled_font_status(scaled) == CAIRO_STATUS_SUCCESS) {
+      cairo_scaled_font_reference(scaled);
+    } else {
+      scaled = nullptr;
+    }
+  }
+  g_object_ref(font);
+  fonts_.emplace(font, scaled);
+  return scaled;
+}
+
+double snapToCairo(double coordinate) {
+  // cairo stores points as 24.8 fixed point, rounding to the nearest (ties to even).
+  return std::nearbyint(coordinate * 256) / 256;
+}
+
+namespace {
+
+bool drawn(const PangoGlyphInfo& glyph) {
+  return glyph.glyph != PANGO_GLYPH_EMPTY && !(glyph.glyph & PANGO_GLYPH_UNKNOWN_FLAG);
+}
+
+// The clusters of `item` as cairo wants them: bytes and drawn glyphs of each, in logical order.
+void addClusters(GlyphRun& run, PangoGlyphItem* item, const char* text) {
+  PangoGlyphItemIter iter;
+  if (!pango_glyph_item_iter_init_start(&iter, item, text)) return;
+  const PangoGlyphInfo* glyphs = item->glyphs->glyphs;
+  do {
+    int bytes = iter.end_index - iter.start_index;
+    int count =
+        run.backward ? iter.start_glyph - iter.end_glyph : iter.end_glyph - iter.start_glyph;
+    int from = std::min(iter.start_glyph, iter.end_glyph + 1);
+    int to = std::max(iter.start_glyph + 1, iter.end_glyph);
+    for (int i = from; i < to; ++i) {
+      if (!drawn(glyphs[i])) --count;
+    }
+    run.clusters.push_back({bytes, count});
+  } while (pango_glyph_item_iter_next_cluster(&iter));
+}
+
+}  // namespace
+
+bool appendLine(PageRuns& runs, PangoLayoutLine* line, const char* text, double x, double y,
+                double grey, FontCache& fonts) {
+  const std::size_t before = runs.size();
+  int advance = 0;  // Pango units from the line's left end
+  for (GSList* node = line->runs; node; node = node->next) {
+    auto* item = static_cast<PangoGlyphItem*>(node->data);
+    PangoGlyphString* glyphs = item->glyphs;
+    int width = pango_glyph_string_get_width(glyphs);
+    advance += item->start_x_offset;
+    // The same arithmetic as Pango's cairo renderer, so every glyph lands on the same point.
+    const double baseX = x + static_cast<double>(advance) / PANGO_SCALE;
+    const double baseY = y + static_cast<double>(-item->y_offset) / PANGO_SCALE;
+
+    GlyphRun& run = runs.emplace_back();
+    run.font = fonts.scaledFont(item->item->analysis.font);
+    if (!run.font) {
+      runs.resize(before);
+      return false;
+    }
+    run.grey = grey;
+    run.backward = (item->item->analysis.level & 1) != 0;
+    run.text.assign(text + item->item->offset, static_cast<std::size_t>(item->item->length));
+    run.glyphs.reserve(static_cast<std::size_t>(glyphs->num_glyphs));
+    int position = 0;
+    for (int i = 0; i < glyphs->num_glyphs; ++i) {
+      const PangoGlyphInfo& glyph = glyphs->glyphs[i];
+      if (glyph.glyph & PANGO_GLYPH_UNKNOWN_FLAG) {
+        runs.resize(before);
+        return false;
+      }
+      if (glyph.glyph != PANGO_GLYPH_EMPTY) {
+        double gx = baseX + static_cast<double>(position + glyph.geometry.x_offset) / PANGO_SCALE;
+        double gy = glyph.geometry.y_offset == 0
+                        ? baseY
+                        : baseY + static_cast<double>(glyph.geometry.y_offset) / PANGO_SCALE;
+        run.glyphs.push_back({glyph.glyph, gx, gy});
+      }
+      position += glyph.geometry.width;
+    }
+    addClusters(run, item, text);
+    advance += width + item->end_x_offset;
+  }
+  return true;
+}
+
+}  // namespace tallowbrook::TextPdf

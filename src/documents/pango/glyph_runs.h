@@ -1,0 +1,61 @@
+// Typeset lines as plain glyph runs: what cairo needs to draw a Pango line (glyph ids at page
+// positions, the UTF-8 text and its cluster map, the scaled font, the grey level) and nothing
+// of Pango. Lines are turned into runs on the typesetting thread and drawn on the PDF thread,
+// so the two never share a Pango object.
+#pragma once
+
+#include <cairo.h>
+#include <pango/pangocairo.h>
+
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace tallowbrook::TextPdf {
+
+// One Pango run of a line, ready for cairo_show_text_glyphs: its text stays extractable from
+// the PDF through the clusters.
+struct GlyphRun {
+  cairo_scaled_font_t* font = nullptr;  // kept alive by the FontCache that made the run
+  double grey = 0;                      // text colour, grey level
+  std::string text;                     // the run's UTF-8 text
+  std::vector<cairo_glyph_t> glyphs;    // page positions (points, origin top left)
+  std::vector<cairo_text_cluster_t> clusters;
+  bool backward = false;  // right-to-left run: clusters go from the last glyph back
+};
+
+// The runs of one page, in drawing order.
+using PageRuns = std::vector<GlyphRun>;
+
+// The cairo scaled font of each Pango font met so far, each held (and the Pango font with it,
+// so a pointer never names two fonts) until the cache is destroyed. Typesetting thread only;
+// the scaled fonts it hands out may be used on any thread (cairo locks them) while the cache
+// lives.
+class FontCache {
+ public:
+  FontCache() = default;
+  FontCache(const FontCache&) = delete;
+  FontCache& operator=(const FontCache&) = delete;
+  ~FontCache();
+
+  // The scaled font Pango draws `font` with; null when it has none.
+  cairo_scaled_font_t* scaledFont(PangoFont* font);
+
+ private:
+  std::unordered_map<PangoFont*, cairo_scaled_font_t*> fonts_;
+};
+
+// Appends to `runs` the runs of `line` (of a layout whose text is `text`) drawn with the
+// left end of its baseline at (`x`, `y`) in `grey`, glyph for glyph where Pango's cairo
+// renderer would put them. `x` and `y` must already be on cairo's fixed-point grid (see
+// snapToCairo). False, with `runs` as it was, when the line has a glyph that no installed font
+// has or a font without a scaled font: Pango draws those as hex boxes, so such a line is left
+// to Pango. Typesetting thread only.
+bool appendLine(PageRuns& runs, PangoLayoutLine* line, const char* text, double x, double y,
+                double grey, FontCache& fonts);
+
+// Rounds a point to the grid on which cairo keeps its current point (1/256 of a unit), as
+// cairo_move_to followed by cairo_get_current_point would. Pure.
+double snapToCairo(double coordinate);
+
+}  // namespace tallowbrook::TextPdf
