@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "documents/pango/glyph_runs.h"
@@ -45,7 +46,7 @@ PangoFontDescription* fontFor(const Style& style) {
 
 // A layout of `text` in `style`: `width` points wide (0: unbounded), every line exactly
 // lineHeight x size tall.
-PangoLayout* makeLayout(PangoContext* context, const std::string& text, const Style& style,
+PangoLayout* makeLayout(PangoContext* context, std::string_view text, const Style& style,
                         double width) {
   PangoLayout* layout = pango_layout_new(context);
   PangoFontDescription* font = fontFor(style);
@@ -90,7 +91,7 @@ constexpr std::size_t kUnbrokenPiece = 4096;
 
 // Where the paragraph text `text` is cut into pieces: after every kUnbrokenPiece bytes without
 // a space, at a character boundary. Always ends with text.size().
-std::vector<std::size_t> pieceEnds(const std::string& text) {
+std::vector<std::size_t> pieceEnds(std::string_view text) {
   std::vector<std::size_t> ends;
   std::size_t stretch = 0;
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -135,6 +136,7 @@ class PangoDocument final : public Document {
     for (Paragraph& paragraph : paragraphs_) {
       for (PangoLayout* layout : paragraph.layouts) g_object_unref(layout);
     }
+    if (lineLayout_) g_object_unref(lineLayout_);
     g_object_unref(context_);
     cairo_destroy(cairo_);
     cairo_surface_destroy(surface_);
@@ -177,10 +179,16 @@ class PangoDocument final : public Document {
   }
 
   void drawLine(const std::string& text, const Style& style, double x, double y) override {
-    PangoLayout* layout = makeLayout(context_, text, style, 0);
-    drawLine(pango_layout_get_line_readonly(layout, 0), pango_layout_get_text(layout), x,
+    // One layout serves every footer: only its text changes from page to page.
+    if (!lineLayout_ || lineStyle_.face != style.face || lineStyle_.size != style.size) {
+      if (lineLayout_) g_object_unref(lineLayout_);
+      lineLayout_ = makeLayout(context_, text, style, 0);
+      lineStyle_ = style;
+    } else {
+      pango_layout_set_text(lineLayout_, text.data(), static_cast<int>(text.size()));
+    }
+    drawLine(pango_layout_get_line_readonly(lineLayout_, 0), pango_layout_get_text(lineLayout_), x,
              pageHeight_ - y, style.grey);
-    g_object_unref(layout);
   }
 
   void endPage() override {
@@ -234,9 +242,15 @@ class PangoDocument final : public Document {
   void layOut(Paragraph& paragraph, double width) {
     if (!paragraph.layouts.empty()) return;
     const Run& run = text_[paragraph.run];
-    std::string text = run.text.substr(paragraph.start - runStart(paragraph.run), paragraph.length);
-    // NUL would end the text for Pango; a space keeps every byte offset where it was.
-    std::replace(text.begin(), text.end(), '\0', ' ');
+    std::string_view text(run.text);
+    text = text.substr(paragraph.start - runStart(paragraph.run), paragraph.length);
+    std::string withoutNul;
+    if (text.find('\0') != std::string_view::npos) {
+      // NUL would end the text for Pango; a space keeps every byte offset where it was.
+      withoutNul.assign(text);
+      std::replace(withoutNul.begin(), withoutNul.end(), '\0', ' ');
+      text = withoutNul;
+    }
     std::size_t from = 0;
     for (std::size_t end : pieceEnds(text)) {
       PangoLayout* layout = makeLayout(context_, text.substr(from, end - from), run.style, width);
@@ -282,8 +296,10 @@ class PangoDocument final : public Document {
   PangoContext* context_ = nullptr;
   std::vector<Paragraph> paragraphs_;
   std::vector<std::size_t> runStarts_;
-  FontCache fonts_;  // outlives writer_, which draws with its fonts
-  PageRuns page_;    // the current page's runs
+  FontCache fonts_;                    // outlives writer_, which draws with its fonts
+  PageRuns page_;                      // the current page's runs
+  PangoLayout* lineLayout_ = nullptr;  // drawLine's layout, set in lineStyle_
+  Style lineStyle_;
   std::unique_ptr<PageWriter> writer_;
 };
 
