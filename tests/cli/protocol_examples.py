@@ -2,7 +2,8 @@
 """Runs the examples of docs/protocol.md and compares their output with the text written there.
 
     protocol_examples.py --helper PATH --doc protocol.md --examples DIR
-                         [--sound-server PATH] [--require WORD,...] [--update]
+                         [--sound-server PATH] [--env NAME=VALUE]... [--require WORD,...]
+                         [--update]
 
 The reference's examples are data. An example is a fenced block whose info string is
 `sh example` (more words after it name what the example needs), holding one shell command
@@ -21,7 +22,9 @@ Every command runs with bash in one scratch folder, in the order of the document
 may use a file that an earlier one wrote. The scratch folder starts as a copy of DIR (the
 bundled examples: scan.png, letter.rtf, notes.json). `tallowbrook-helper` is the helper given
 with --helper (its folder comes first on PATH); standard input is empty unless the command line
-feeds it; the environment has no TALLOWBROOK_* variable unless the command line sets one.
+feeds it; the environment has no TALLOWBROOK_* variable unless the command line sets one, and
+holds each --env NAME=VALUE (for a test's own files, such as a generated model, which an
+example then names as "$NAME").
 
 Comparison: the output block must equal standard output line for line, followed by the line
 "(exit status N)" when the command's exit status N is not 0. Two placeholders stand for what
@@ -161,6 +164,7 @@ def main():
     parser.add_argument("--doc", required=True)
     parser.add_argument("--examples", required=True)
     parser.add_argument("--sound-server")
+    parser.add_argument("--env", action="append", default=[])
     parser.add_argument("--require", default="")
     parser.add_argument("--update", action="store_true")
     options = parser.parse_args()
@@ -186,6 +190,9 @@ def main():
     missing = [w for w in options.require.split(",") if w and w not in covered]
 
     env = clean_environment(os.path.dirname(helper))
+    for setting in options.env:
+        name, _, value = setting.partition("=")
+        env[name] = value
     scratch = tempfile.mkdtemp(prefix="protocol-examples-")
     failures = 0
     try:

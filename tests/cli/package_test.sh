@@ -1,0 +1,105 @@
+#!/usr/bin/env bash
+# Builds the Debian package from a build tree, checks it with lintian, extracts it into a
+# scratch root (a prefix that is not /usr) and runs every example of its own protocol
+# reference from the extracted copy, in a scratch folder, with nothing from the source tree.
+#
+#   package_test.sh BUILD_DIR CHECKER SOUND_SERVER REQUIRED_WORDS
+#
+# CHECKER is tests/cli/protocol_examples.py (copied into the scratch folder before use),
+# SOUND_SERVER the test sound server script, REQUIRED_WORDS the subcommands that must have an
+# example. Exit status 0 when every check passed.
+set -euo pipefail
+build=$(cd "$1" && pwd)
+checker=$2
+sound_server=$3
+required=$4
+
+work=$(mktemp -d /tmp/package-test.XXXXXX)
+trap 'rm -rf "$work"' EXIT
+failures=0
+check() {  # check DESCRIPTION COMMAND...: runs COMMAND, reports, counts a failure
+  local what=$1
+  shift
+  if "$@"; then echo "ok    $what"; else echo "FAIL  $what"; failures=$((failures + 1)); fi
+}
+
+echo "== building the package"
+if ! "${CPACK:-cpack}" -G DEB --config "$build/CPackConfig.cmake" -B "$work/cpack" >"$work/cpack.log" 2>&1; then
+  cat "$work/cpack.log"
+  echo "FAIL  cpack could not build the package"
+  exit 1
+fi
+debs=("$work"/cpack/tallowbrook-helper_*.deb)
+[[ -f "${debs[0]}" && ${#debs[@]} -eq 1 ]] || { echo "FAIL  no single .deb was made"; exit 1; }
+deb=${debs[0]}
+echo "$(basename "$deb"): $(stat -c %s "$deb") bytes"
+dpkg-deb --field "$deb"
+
+echo "== dependencies"
+depends=$(dpkg-deb --field "$deb" Depends)
+# The package names in Depends, one a line (versions and alternatives' separators dropped).
+names=$(tr ',|' '\n\n' <<<"$depends" | awk 'NF {print $1}')
+# Libraries found by dpkg-shlibdeps, and the data the helper needs at run time.
+for package in libc6 libstdc++6 libtesseract5 liblept5 libpoppler-cpp0v5 libspng0 \
+  libpango-1.0-0 libpangocairo-1.0-0 libcairo2 libespeak-ng1 libpulse0 libcurl4 libsoxr0 \
+  tesseract-ocr-eng tesseract-ocr-osd fonts-dejavu-core; do
+  check "Depends names $package" grep -qxF -- "$package" <<<"$names"
+done
+# Every dependency is a real Debian package: scripts/install-deps has installed each one here.
+for name in $names; do
+  check "dependency $name is an installed Debian package" \
+    bash -c "dpkg-query -W -f='\${Status}' '$name' 2>/dev/null | grep -q 'install ok installed'"
+done
+
+echo "== lintian"
+lintian --fail-on error --display-info --no-tag-display-limit "$deb" | tee "$work/lintian.txt" || true
+check "lintian reports no errors" bash -c "! grep -q '^E: ' '$work/lintian.txt'"
+
+echo "== the extracted package"
+root="$work/root"
+dpkg-deb -x "$deb" "$root"
+prefix="$root/usr"
+helper="$prefix/bin/tallowbrook-helper"
+docs="$prefix/share/doc/tallowbrook-helper"
+check "bin/tallowbrook-helper is executable" test -x "$helper"
+for module in ocr pdf textpdf speech http; do
+  check "lib/tallowbrook-helper/tallowbrook-$module.so" test -f "$prefix/lib/tallowbrook-helper/tallowbrook-$module.so"
+done
+check "the manual page" test -f "$prefix/share/man/man1/tallowbrook-helper.1.gz"
+for file in protocol.md copyright changelog.Debian.gz examples/scan.png examples/letter.rtf examples/notes.json; do
+  check "share/doc/tallowbrook-helper/$file" test -f "$docs/$file"
+done
+# No file in the package points the loader at a build folder.
+elf_with_path=""
+while IFS= read -r -d '' file; do
+  if file -b "$file" | grep -q '^ELF' && readelf -d "$file" | grep -Eq 'R(UN)?PATH'; then
+    elf_with_path+=" $file"
+  fi
+done < <(find "$root" -type f -print0)
+check "no RPATH or RUNPATH in the package's ELF files${elf_with_path}" test -z "$elf_with_path"
+
+echo "== the manual page"
+man_warnings=$(LC_ALL=C.UTF-8 MANWIDTH=80 man --warnings -E UTF-8 -l -Tutf8 -Z \
+  "$prefix/share/man/man1/tallowbrook-helper.1.gz" 2>&1 >/dev/null)
+check "man reports no warnings ${man_warnings}" test -z "$man_warnings"
+rendered=$(MANWIDTH=80 man -l "$prefix/share/man/man1/tallowbrook-helper.1.gz" 2>/dev/null)
+for word in capabilities vision-ocr pdf-page pdf-text answer record speak rtf-text mcp-bridge \
+  text-pdf "EXIT STATUS" ENVIRONMENT FILES TALLOWBROOK_MCP_TOKEN TALLOWBROOK_LID_DIAGNOSTICS; do
+  check "the manual page covers $word" grep -q -- "$word" <<<"$rendered"
+done
+
+echo "== every example of the installed reference, run by the installed helper"
+mkdir "$work/elsewhere"
+cp "$checker" "$work/elsewhere/protocol_examples.py"
+cd "$work/elsewhere"
+check "protocol examples" python3 protocol_examples.py --helper "$helper" \
+  --doc "$docs/protocol.md" --examples "$docs/examples" --sound-server "$sound_server" \
+  --require "$required"
+# The modules come from the extracted prefix, found beside the executable.
+cp "$docs/examples/notes.json" .
+"$helper" text-pdf notes.pdf <notes.json >/dev/null
+loaded=$(LD_DEBUG=files "$helper" pdf-text notes.pdf 1 2>&1 >/dev/null | grep -o '/[^ ]*tallowbrook-pdf\.so' | sort -u)
+check "pdf-text loads $loaded" test "$loaded" = "$prefix/lib/tallowbrook-helper/tallowbrook-pdf.so"
+
+echo "$failures failed"
+((failures == 0))

@@ -1,0 +1,30 @@
+# The protocol reference and the Debian package.
+#
+# package.protocol runs every example of docs/protocol.md with the built helper and compares
+# the output with the text written there (tests/cli/protocol_examples.py describes the format).
+find_package(Python3 REQUIRED COMPONENTS Interpreter)
+set(TALLOWBROOK_SOUND_SERVER "${PROJECT_SOURCE_DIR}/../shared/tools/test-sound-server")
+# Subcommands every copy of the reference shows an example of.
+set(PROTOCOL_REQUIRED "capabilities,vision-ocr,pdf-page,pdf-text,record,speak,rtf-text,mcp-bridge,text-pdf")
+
+add_test(NAME package.protocol
+  COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/cli/protocol_examples.py
+    --helper $<TARGET_FILE:tallowbrook-helper>
+    --doc ${PROJECT_SOURCE_DIR}/docs/protocol.md
+    --examples ${PROJECT_SOURCE_DIR}/examples
+    --sound-server ${TALLOWBROOK_SOUND_SERVER}
+    --require ${PROTOCOL_REQUIRED})
+set_tests_properties(package.protocol PROPERTIES TIMEOUT 300)
+
+# package.deb builds the Debian package from this build tree, runs lintian on it, extracts it
+# into a scratch root and runs the installed reference's examples with the installed helper
+# (tests/cli/package_test.sh). A sanitizer build is not something to package: there the
+# examples run through package.protocol only.
+if(NOT TALLOWBROOK_SANITIZE)
+  add_test(NAME package.deb
+    COMMAND ${CMAKE_COMMAND} -E env CPACK=${CMAKE_CPACK_COMMAND}
+      bash ${CMAKE_CURRENT_SOURCE_DIR}/cli/package_test.sh ${CMAKE_BINARY_DIR}
+      ${CMAKE_CURRENT_SOURCE_DIR}/cli/protocol_examples.py ${TALLOWBROOK_SOUND_SERVER}
+      ${PROTOCOL_REQUIRED})
+  set_tests_properties(package.deb PROPERTIES TIMEOUT 600 LABELS package)
+endif()
