@@ -16,3 +16,9 @@ target_compile_definitions(textpdf-cli-tests PRIVATE
 add_dependencies(textpdf-cli-tests tallowbrook-helper tallowbrook-textpdf)
 gtest_discover_tests(textpdf-cli-tests TEST_PREFIX "textpdf.cli." DISCOVERY_TIMEOUT 60
                      PROPERTIES TIMEOUT 300)
+
+# The module's glyph runs and writer thread, compared byte for byte with Pango's own rendering.
+add_executable(textpdf-module-tests unit/textpdf_glyph_runs_test.cpp)
+target_link_libraries(textpdf-module-tests PRIVATE tallowbrook-textpdf-impl tallowbrook-core
+                      tallowbrook-warnings GTest::gtest_main)
+gtest_discover_tests(textpdf-module-tests TEST_PREFIX "textpdf." DISCOVERY_TIMEOUT 60)

@@ -1,0 +1,239 @@
+// The glyph runs and the writer thread of the text-pdf module: a page drawn from glyph runs on
+// the PageWriter's thread must come out byte for byte as the PDF Pango's own cairo renderer
+// writes for the same lines (same glyphs, positions, clusters, fonts, order).
+#include <cairo-pdf.h>
+#include <cairo.h>
+#include <pango/pangocairo.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "documents/pango/glyph_runs.h"
+#include "documents/pango/page_writer.h"
+
+namespace tallowbrook::TextPdf {
+namespace {
+
+cairo_status_t append(void* closure, const unsigned char* data, unsigned int length) {
+  static_cast<std::string*>(closure)->append(reinterpret_cast<const char*>(data), length);
+  return CAIRO_STATUS_SUCCESS;
+}
+
+// A PDF written into memory, with fixed dates so two runs can be compared byte for byte.
+struct MemoryPdf {
+  std::string bytes;
+  cairo_surface_t* surface = nullptr;
+  cairo_t* cairo = nullptr;
+
+  MemoryPdf() {
+    surface = cairo_pdf_surface_create_for_stream(append, &bytes, 447, 596);
+    cairo_pdf_surface_set_metadata(surface, CAIRO_PDF_METADATA_CREATE_DATE, "2024-01-01T00:00:00Z");
+    cairo_pdf_surface_set_metadata(surface, CAIRO_PDF_METADATA_MOD_DATE, "2024-01-01T00:00:00Z");
+    cairo = cairo_create(surface);
+  }
+  ~MemoryPdf() {
+    if (cairo) cairo_destroy(cairo);
+    if (surface) cairo_surface_destroy(surface);
+  }
+  const std::string& finish() {
+    cairo_destroy(cairo);
+    cairo = nullptr;
+    cairo_surface_finish(surface);
+    EXPECT_EQ(cairo_surface_status(surface), CAIRO_STATUS_SUCCESS);
+    return bytes;
+  }
+};
+
+// Whether two PDFs are the same bytes; otherwise where they part (the bytes are too many to
+// print).
+::testing::AssertionResult samePdf(const std::string& actual, const std::string& expected) {
+  if (actual == expected) return ::testing::AssertionSuccess();
+  std::size_t at = 0;
+  while (at < actual.size() && at < expected.size() && actual[at] == expected[at]) ++at;
+  return ::testing::AssertionFailure()
+         << "the PDFs (" << actual.size() << " and " << expected.size()
+         << " bytes) differ from byte " << at << ": \"" << actual.substr(at, 60)
+         << "\" instead of \"" << expected.substr(at, 60) << "\"";
+}
+
+// Laid-out paragraphs, set as text-pdf sets them: 72 dpi, unhinted, 300 points wide.
+class Paragraphs {
+ public:
+  explicit Paragraphs(const std::vector<std::string>& texts) {
+    cairo_surface_t* scratch = cairo_image_surface_create(CAIRO_FORMAT_A8, 1, 1);
+    cairo_t* cairo = cairo_create(scratch);
+    context_ = pango_cairo_create_context(cairo);
+    cairo_destroy(cairo);
+    cairo_surface_destroy(scratch);
+    pango_cairo_context_set_resolution(context_, 72);
+    cairo_font_options_t* options = cairo_font_options_create();
+    cairo_font_options_set_hint_metrics(options, CAIRO_HINT_METRICS_OFF);
+    cairo_font_options_set_hint_style(options, CAIRO_HINT_STYLE_NONE);
+    pango_cairo_context_set_font_options(context_, options);
+    cairo_font_options_destroy(options);
+    PangoFontDescription* font = pango_font_description_from_string("Georgia,serif 11.5");
+    for (const std::string& text : texts) {
+      PangoLayout* layout = pango_layout_new(context_);
+      pango_layout_set_font_description(layout, font);
+      pango_layout_set_width(layout, 300 * PANGO_SCALE);
+      pango_layout_set_wrap(layout, PANGO_WRAP_WORD_CHAR);
+      pango_layout_set_text(layout, text.data(), static_cast<int>(text.size()));
+      layouts_.push_back(layout);
+    }
+    pango_font_description_free(font);
+  }
+  ~Paragraphs() {
+    for (PangoLayout* layout : layouts_) g_object_unref(layout);
+    g_object_unref(context_);
+  }
+
+  // Calls `line` for every line of every paragraph with its layout's text and the left end of
+  // its baseline (fractions of a point on purpose, so rounding is exercised).
+  void eachLine(const std::function<void(PangoLayoutLine*, const char*, double, double)>& line) {
+    double y = 40.3;
+    for (PangoLayout* layout : layouts_) {
+      for (GSList* node = pango_layout_get_lines_readonly(layout); node; node = node->next) {
+        auto* current = static_cast<PangoLayoutLine*>(node->data);
+        PangoRectangle logical;
+        pango_layout_line_get_extents(current, nullptr, &logical);
+        line(current, pango_layout_get_text(layout), 34.137 + logical.x / double(PANGO_SCALE), y);
+        y += 14.371;
+      }
+    }
+  }
+
+ private:
+  PangoContext* context_ = nullptr;
+  std::vector<PangoLayout*> layouts_;
+};
+
+// The PDF Pango's renderer writes for `paragraphs`, one page.
+std::string drawnByPango(Paragraphs& paragraphs, double grey) {
+  MemoryPdf pdf;
+  paragraphs.eachLine([&](PangoLayoutLine* line, const char*, double x, double y) {
+    cairo_set_source_rgb(pdf.cairo, grey, grey, grey);
+    cairo_move_to(pdf.cairo, x, y);
+    pango_cairo_show_layout_line(pdf.cairo, line);
+  });
+  cairo_show_page(pdf.cairo);
+  return pdf.finish();
+}
+
+// The same page drawn from glyph runs on a PageWriter's thread; lines that appendLine refuses
+// are drawn by Pango through drawHere. `refused` counts them.
+std::string drawnFromRuns(Paragraphs& paragraphs, double grey, int* refused = nullptr) {
+  MemoryPdf pdf;
+  FontCache fonts;
+  {
+    PageWriter writer(pdf.cairo);
+    PageRuns page;
+    paragraphs.eachLine([&](PangoLayoutLine* line, const char* text, double x, double y) {
+      std::size_t before = page.size();
+      if (appendLine(page, line, text, snapToCairo(x), snapToCairo(y), grey, fonts)) return;
+      EXPECT_EQ(page.size(), before);
+      if (refused) ++*refused;
+      writer.drawHere(std::move(page), [&](cairo_t* cairo) {
+        cairo_set_source_rgb(cairo, grey, grey, grey);
+        cairo_move_to(cairo, x, y);
+        pango_cairo_show_layout_line(cairo, line);
+      });
+      page = {};
+    });
+    writer.endPage(std::move(page));
+    writer.finish();
+  }
+  return pdf.finish();
+}
+
+TEST(TextPdfGlyphRuns, LatinPageIsTheSameAsPangosOwn) {
+  Paragraphs paragraphs({
+      "AVATAR Type, WAVE; kerning pairs: To, Yo, LT, fi fl ffi. The quick brown fox jumps over "
+      "the lazy dog, again and again, until the line has to break somewhere near the end.",
+      "Combining marks: e\u0301 a\u0308 o\u0303; soft\u00adhyphen; zero\u200bwidth space.",
+  });
+  std::string expected = drawnByPango(paragraphs, 0);
+  EXPECT_TRUE(samePdf(drawnFromRuns(paragraphs, 0), expected));
+}
+
+TEST(TextPdfGlyphRuns, EveryScriptIsTheSameAsPangosOwn) {
+  Paragraphs paragraphs({
+      "Съешь же ещё этих мягких французских булок, да выпей чаю. Ξεσκεπάζω την ψυχοφθόρα.",
+      "我能吞下玻璃而不伤身体。私はガラスを食べられます。それは私を傷つけません。",
+      "שלום עולם, זה טקסט בעברית עם מספרים 123 ו-English words בתוכו.",
+      "مرحبا بالعالم، هذا نص عربي للاختبار مع أرقام ١٢٣ وكلمات English.",
+      "Apples \U0001F34E and bees \U0001F41D, a flag \U0001F1E9\U0001F1EA, a family "
+      "\U0001F468\u200D\U0001F469\u200D\U0001F467.",
+  });
+  std::string expected = drawnByPango(paragraphs, 0.35);
+  EXPECT_TRUE(samePdf(drawnFromRuns(paragraphs, 0.35), expected));
+}
+
+TEST(TextPdfGlyphRuns, AGlyphNoFontHasIsLeftToPangoInItsPlace) {
+  Paragraphs paragraphs({
+      "Before the private character.",
+      "Here \uE000\uE001 are two characters no font has, and more words after them.",
+      "After it.",
+  });
+  std::string expected = drawnByPango(paragraphs, 0);
+  int refused = 0;
+  EXPECT_TRUE(samePdf(drawnFromRuns(paragraphs, 0, &refused), expected));
+  EXPECT_GE(refused, 1);
+}
+
+TEST(TextPdfGlyphRuns, PointsSnapToCairosGrid) {
+  cairo_surface_t* scratch = cairo_image_surface_create(CAIRO_FORMAT_A8, 1, 1);
+  cairo_t* cairo = cairo_create(scratch);
+  for (double value : {0.0, 34.0, 34.137, 50.601562, 562.0 + 1.0 / 512, 0.5 / 256, 1.5 / 256,
+                       123.456789, 595.99999}) {
+    cairo_move_to(cairo, value, value);
+    double x = 0;
+    double y = 0;
+    cairo_get_current_point(cairo, &x, &y);
+    EXPECT_EQ(snapToCairo(value), x) << value;
+  }
+  cairo_destroy(cairo);
+  cairo_surface_destroy(scratch);
+}
+
+TEST(TextPdfPageWriter, PagesComeOutInOrder) {
+  // Many small pages through the bounded queue: each page's runs, then its end, in order.
+  Paragraphs paragraphs({"One line of text."});
+  PageRuns line;
+  FontCache fonts;
+  paragraphs.eachLine([&](PangoLayoutLine* current, const char* text, double x, double y) {
+    ASSERT_TRUE(appendLine(line, current, text, snapToCairo(x), snapToCairo(y), 0, fonts));
+  });
+  ASSERT_FALSE(line.empty());
+
+  MemoryPdf expected;
+  MemoryPdf actual;
+  {
+    PageWriter writer(actual.cairo);
+    for (int page = 0; page < 100; ++page) {
+      PageRuns runs;
+      for (int i = 0; i <= page % 3; ++i) {
+        GlyphRun run = line[0];
+        for (cairo_glyph_t& glyph : run.glyphs) glyph.y += 20 * i;
+        run.grey = page % 2 ? 0.5 : 0;
+        runs.push_back(run);
+        cairo_set_source_rgb(expected.cairo, run.grey, run.grey, run.grey);
+        cairo_set_scaled_font(expected.cairo, run.font);
+        cairo_show_text_glyphs(expected.cairo, run.text.data(), static_cast<int>(run.text.size()),
+                               run.glyphs.data(), static_cast<int>(run.glyphs.size()),
+                               run.clusters.data(), static_cast<int>(run.clusters.size()),
+                               static_cast<cairo_text_cluster_flags_t>(0));
+      }
+      cairo_show_page(expected.cairo);
+      writer.endPage(std::move(runs));
+    }
+  }
+  const std::string& written = actual.finish();
+  EXPECT_TRUE(samePdf(written, expected.finish()));
+}
+
+}  // namespace
+}  // namespace tallowbrook::TextPdf
