@@ -39,6 +39,10 @@ install(FILES
 # The bundled examples, so that an installed helper can show every job on its own (the
 # examples in protocol.md run in a copy of this folder).
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/ DESTINATION ${TALLOWBROOK_DOC_DIR}/examples)
+# The model runner's node_modules, tidied after src/answer has installed them (install rules
+# run in the order they are made, and this file is included after the subsystems).
+install(CODE "set(TALLOWBROOK_STRIP \"${CMAKE_STRIP}\")
+  include(\"${PROJECT_SOURCE_DIR}/cmake/packaging/tidy-model-runner.cmake\")")
 # lintian's overrides, each with its reason.
 install(FILES ${PROJECT_SOURCE_DIR}/cmake/packaging/lintian-overrides
         DESTINATION share/lintian/overrides RENAME tallowbrook-helper)

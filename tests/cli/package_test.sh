@@ -22,9 +22,11 @@ check() {  # check DESCRIPTION COMMAND...: runs COMMAND, reports, counts a failu
   shift
   if "$@"; then echo "ok    $what"; else echo "FAIL  $what"; failures=$((failures + 1)); fi
 }
+section() { echo "== $1 (at ${SECONDS} s)"; }
 
-echo "== building the package"
-if ! "${CPACK:-cpack}" -G DEB --config "$build/CPackConfig.cmake" -B "$work/cpack" >"$work/cpack.log" 2>&1; then
+section "building the package"
+# gzip instead of the package's xz: the same files, made several times faster.
+if ! "${CPACK:-cpack}" -G DEB -D CPACK_DEBIAN_COMPRESSION_TYPE=gzip --config "$build/CPackConfig.cmake" -B "$work/cpack" >"$work/cpack.log" 2>&1; then
   cat "$work/cpack.log"
   echo "FAIL  cpack could not build the package"
   exit 1
@@ -35,7 +37,7 @@ deb=${debs[0]}
 echo "$(basename "$deb"): $(stat -c %s "$deb") bytes"
 dpkg-deb --field "$deb"
 
-echo "== dependencies"
+section "dependencies"
 depends=$(dpkg-deb --field "$deb" Depends)
 # The package names in Depends, one a line (versions and alternatives' separators dropped).
 names=$(tr ',|' '\n\n' <<<"$depends" | awk 'NF {print $1}')
@@ -51,11 +53,11 @@ for name in $names; do
     bash -c "dpkg-query -W -f='\${Status}' '$name' 2>/dev/null | grep -q 'install ok installed'"
 done
 
-echo "== lintian"
+section "lintian"
 lintian --fail-on error --display-info --no-tag-display-limit "$deb" | tee "$work/lintian.txt" || true
 check "lintian reports no errors" bash -c "! grep -q '^E: ' '$work/lintian.txt'"
 
-echo "== the extracted package"
+section "the extracted package"
 root="$work/root"
 dpkg-deb -x "$deb" "$root"
 prefix="$root/usr"
@@ -69,16 +71,22 @@ check "the manual page" test -f "$prefix/share/man/man1/tallowbrook-helper.1.gz"
 for file in protocol.md copyright changelog.Debian.gz examples/scan.png examples/letter.rtf examples/notes.json; do
   check "share/doc/tallowbrook-helper/$file" test -f "$docs/$file"
 done
-# No file in the package points the loader at a build folder.
+# No file in the package points the loader outside the package (a build folder) or at the
+# current directory (an empty entry): only entries relative to $ORIGIN are allowed.
 elf_with_path=""
 while IFS= read -r -d '' file; do
-  if file -b "$file" | grep -q '^ELF' && readelf -d "$file" | grep -Eq 'R(UN)?PATH'; then
-    elf_with_path+=" $file"
+  if file -b "$file" | grep -q '^ELF'; then
+    path=$(readelf -d "$file" | sed -n 's/.*R\(UN\)\{0,1\}PATH.*\[\(.*\)\]$/\2/p')
+    [[ -z "$path" ]] && continue
+    IFS=':' read -ra entries <<<"$path:"
+    for entry in "${entries[@]}"; do
+      [[ "$entry" == '$ORIGIN'* ]] || { elf_with_path+=" ${file#"$root"} ($path)"; break; }
+    done
   fi
 done < <(find "$root" -type f -print0)
-check "no RPATH or RUNPATH in the package's ELF files${elf_with_path}" test -z "$elf_with_path"
+check "no RPATH or RUNPATH outside \$ORIGIN${elf_with_path}" test -z "$elf_with_path"
 
-echo "== the manual page"
+section "the manual page"
 man_warnings=$(LC_ALL=C.UTF-8 MANWIDTH=80 man --warnings -E UTF-8 -l -Tutf8 -Z \
   "$prefix/share/man/man1/tallowbrook-helper.1.gz" 2>&1 >/dev/null)
 check "man reports no warnings ${man_warnings}" test -z "$man_warnings"
@@ -88,7 +96,7 @@ for word in capabilities vision-ocr pdf-page pdf-text answer record speak rtf-te
   check "the manual page covers $word" grep -q -- "$word" <<<"$rendered"
 done
 
-echo "== every example of the installed reference, run by the installed helper"
+section "every example of the installed reference, run by the installed helper"
 mkdir "$work/elsewhere"
 cp "$checker" "$work/elsewhere/protocol_examples.py"
 cd "$work/elsewhere"
