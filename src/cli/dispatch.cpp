@@ -1,5 +1,6 @@
 #include "cli/dispatch.h"
 
+#include "answer/answer.h"
 #include "answer/mcp_bridge.h"
 #include "cli/capabilities.h"
 #include "cli/fail.h"
@@ -12,14 +13,6 @@
 #include "speech/speak.h"
 
 namespace tallowbrook {
-namespace {
-
-// Subcommands whose jobs this build does not carry yet.
-[[noreturn]] void notBuilt(std::string_view word) {
-  fail(std::string(word) + " is not built yet");
-}
-
-}  // namespace
 
 std::string topLevelUsage() {
   std::string usage = "usage: tallowbrook-helper <";
@@ -45,7 +38,7 @@ int dispatch(const std::vector<std::string>& words) {
   } else if (word == "pdf-text") {
     PdfText::run(rest);
   } else if (word == "answer") {
-    notBuilt(word);
+    Answer::run();
   } else if (word == "record") {
     Record::run(rest);
   } else if (word == "speak") {

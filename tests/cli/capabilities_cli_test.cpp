@@ -55,8 +55,11 @@ TEST(Capabilities, OnlyACpuVulkanDeviceIsNoGpu) {
   std::string icd = lavapipeIcd();
   ASSERT_FALSE(icd.empty()) << "mesa-vulkan-drivers (lavapipe) is not installed";
   RunOptions options;
-  options.env = {
-      {"VK_ICD_FILENAMES", icd}, {"VK_DRIVER_FILES", icd}, {"LD_LIBRARY_PATH", kFakeNvml}};
+  // No model runtime: Node is looked for where there is none.
+  options.env = {{"VK_ICD_FILENAMES", icd},
+                 {"VK_DRIVER_FILES", icd},
+                 {"LD_LIBRARY_PATH", kFakeNvml},
+                 {"TALLOWBROOK_NODE", "/nonexistent/node"}};
   options.unsetEnv = {"FAKE_NVML"};
   auto r = report(options);
   EXPECT_EQ(r.size(), 8u);

@@ -1,0 +1,33 @@
+// Where `answer` finds the model file, Node and the model runner.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tallowbrook::Answer {
+
+// Looks up an environment variable; nothing when unset. Lets tests pass their own environment.
+using GetEnv = std::optional<std::string> (*)(const char* name);
+
+// The process environment (std::getenv).
+std::optional<std::string> processEnv(const char* name);
+
+// The model file to use: $TALLOWBROOK_MODEL when set and not empty; otherwise
+// $XDG_DATA_HOME/tallowbrook/model.gguf (XDG_DATA_HOME unset, empty or relative:
+// $HOME/.local/share) when that file exists; otherwise /usr/share/tallowbrook/model.gguf. The
+// result need not exist. `exists` says whether a path names an existing file.
+std::string modelPath(GetEnv env, bool (*exists)(const std::string& path));
+
+// The Node executable: $TALLOWBROOK_NODE when set and not empty (used as given), else the first
+// executable `node` or `nodejs` in $PATH. Nothing when none is found.
+std::optional<std::string> nodePath(GetEnv env);
+
+// The runner's folder for an executable at `executablePath`:
+// <directory above the executable's directory>/lib/tallowbrook-helper/model-runner. Pure.
+std::string runnerDirectory(std::string_view executablePath);
+
+// The runner's program inside its folder.
+inline constexpr const char* kRunnerProgram = "runner.mjs";
+
+}  // namespace tallowbrook::Answer
