@@ -22,7 +22,7 @@ set_tests_properties(package.protocol PROPERTIES TIMEOUT 300)
 # examples run through package.protocol only.
 if(NOT TALLOWBROOK_SANITIZE)
   add_test(NAME package.deb
-    COMMAND ${CMAKE_COMMAND} -E env CPACK=${CMAKE_CPACK_COMMAND}
+    COMMAND ${CMAKE_COMMAND} -E env CPACK=${CMAKE_CPACK_COMMAND} CMAKE=${CMAKE_COMMAND}
       bash ${CMAKE_CURRENT_SOURCE_DIR}/cli/package_test.sh ${CMAKE_BINARY_DIR}
       ${CMAKE_CURRENT_SOURCE_DIR}/cli/protocol_examples.py ${TALLOWBROOK_SOUND_SERVER}
       ${PROTOCOL_REQUIRED})

@@ -48,6 +48,9 @@ for package in libc6 libstdc++6 libtesseract5 liblept5 libpoppler-cpp0v5 libspng
   check "Depends names $package" grep -qxF -- "$package" <<<"$names"
 done
 # Every dependency is a real Debian package: scripts/install-deps has installed each one here.
+# apt resolves the package's dependencies on this Debian machine (nothing is installed).
+check "apt-get install --simulate accepts the package" \
+  bash -c "apt-get install --simulate '$deb' >'$work/apt.log' 2>&1 || { cat '$work/apt.log'; false; }"
 for name in $names; do
   check "dependency $name is an installed Debian package" \
     bash -c "dpkg-query -W -f='\${Status}' '$name' 2>/dev/null | grep -q 'install ok installed'"
@@ -108,6 +111,17 @@ cp "$docs/examples/notes.json" .
 "$helper" text-pdf notes.pdf <notes.json >/dev/null
 loaded=$(LD_DEBUG=files "$helper" pdf-text notes.pdf 1 2>&1 >/dev/null | grep -o '/[^ ]*tallowbrook-pdf\.so' | sort -u)
 check "pdf-text loads $loaded" test "$loaded" = "$prefix/lib/tallowbrook-helper/tallowbrook-pdf.so"
+
+section "cmake --install into a prefix, then the prefix moved"
+"${CMAKE:-cmake}" --install "$build" --prefix "$work/opt" >"$work/install.log"
+mv "$work/opt" "$work/moved"
+moved="$work/moved/bin/tallowbrook-helper"
+check "the moved prefix has the manual page and the reference" \
+  test -f "$work/moved/share/man/man1/tallowbrook-helper.1.gz" -a -f "$work/moved/share/doc/tallowbrook-helper/protocol.md"
+out=$("$moved" pdf-text notes.pdf 1)
+check "pdf-text from the moved prefix" grep -q '"text":"Field notes"' <<<"$out"
+loaded=$(LD_DEBUG=files "$moved" pdf-text notes.pdf 1 2>&1 >/dev/null | grep -o '/[^ ]*tallowbrook-pdf\.so' | sort -u)
+check "the moved helper loads $loaded" test "$loaded" = "$work/moved/lib/tallowbrook-helper/tallowbrook-pdf.so"
 
 echo "$failures failed"
 ((failures == 0))
