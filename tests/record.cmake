@@ -1,9 +1,14 @@
-# Recording building blocks: WAV writer, level meter, mixer, format converter.
+# Recording: WAV writer, level meter, mixer, format converter; the sources, the session and
+# the closed-lid detection with fakes for the sound server.
 add_executable(unit-record-tests
   unit/audio_concurrency_test.cpp
   unit/box_test.cpp
   unit/meter_test.cpp
   unit/mixer_test.cpp
+  unit/record_mic_source_test.cpp
+  unit/record_microphone_route_test.cpp
+  unit/record_session_test.cpp
+  unit/record_system_audio_test.cpp
   unit/soxr_conversion_test.cpp
   unit/to_target_test.cpp
   unit/wav_writer_test.cpp

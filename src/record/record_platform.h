@@ -1,0 +1,45 @@
+// RecordPlatform: what a recording needs from the machine, behind an interface so the session
+// is tested with fakes. The sound server's implementation lives in the record module.
+#pragma once
+
+#include <memory>
+
+#include "record/clock.h"
+#include "record/input_engine.h"
+#include "record/system_capture.h"
+
+namespace tallowbrook {
+
+// Whether this process may record the microphone. The first four carry the values of the
+// platform's authorisation states; `noSoundServer` is this platform's own: nothing to ask.
+enum class MicrophoneAuthorization {
+  notDetermined = 0,
+  restricted = 1,
+  denied = 2,
+  authorized = 3,
+  noSoundServer = 4
+};
+
+// The text of an authorisation in "record-permissions" lines: "not-determined", "restricted",
+// "denied", "authorized"; no sound server reads "denied" (nothing accepts a recording client).
+const char* microphoneAuthorizationText(MicrophoneAuthorization status);
+
+// The failure of a recording that finds no sound server.
+inline constexpr const char* kNoSoundServerText =
+    "No sound server is running, so nothing can be recorded. Start PulseAudio or PipeWire "
+    "(with pipewire-pulse), then try again.";
+
+class RecordPlatform {
+ public:
+  virtual ~RecordPlatform() = default;
+  // Asks afresh. Any thread.
+  virtual MicrophoneAuthorization microphoneAuthorization() = 0;
+  // A new capture engine for one microphone source.
+  virtual std::unique_ptr<InputEngine> makeInputEngine() = 0;
+  // A new capture service for one system-audio source.
+  virtual std::unique_ptr<SystemCapture> makeSystemCapture() = 0;
+  // The clock of the session's mixing and the sources' watchdogs.
+  virtual const Clock& clock() { return steadyClock(); }
+};
+
+}  // namespace tallowbrook

@@ -1,0 +1,338 @@
+#include "record/record_session.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <exception>
+#include <semaphore>
+#include <thread>
+#include <utility>
+
+#include "cli/out.h"
+#include "record/box.h"
+#include "record/record_error.h"
+
+namespace tallowbrook {
+namespace {
+
+constexpr int64_t kSampleRate = 48000;
+
+void printEvent(const Json& event) {
+  writeJsonLine(event);
+}
+
+// The rate-change warning; holds no reference to the session.
+void printRateChange(double oldRate, double newRate) {
+  printEvent(Json{{"type", "record-warning"},
+                  {"message", "the input moved from " + std::to_string(int64_t(oldRate)) +
+                                  " Hz to " + std::to_string(int64_t(newRate)) +
+                                  " Hz; it is being converted to 48000 Hz so the file stays "
+                                  "one recording."}});
+}
+
+std::unique_ptr<ToTarget> makeConverter() {
+  return std::make_unique<ToTarget>(recordingTargetFormat(), printRateChange);
+}
+
+// The outcome of an asynchronous source operation: its error, if any, and a semaphore that it
+// releases when done. Shared with the operation, which may finish after its waiter gave up.
+struct AsyncOutcome {
+  Box<std::exception_ptr> error;
+  std::binary_semaphore done{0};
+};
+
+}  // namespace
+
+std::vector<int64_t> silenceBlocks(int64_t silenceMs, int64_t channels) {
+  std::vector<int64_t> blocks;
+  if (silenceMs * kSampleRate < 1000) return blocks;
+  int64_t remaining = silenceMs * kSampleRate / 1000 * channels;
+  while (remaining > 0) {
+    blocks.push_back(std::min<int64_t>(remaining, kSampleRate));
+    remaining -= blocks.back();
+  }
+  return blocks;
+}
+
+std::shared_ptr<RecordSession> RecordSession::create(const std::string& path, RecordInput input,
+                                                     RecordPlatform& platform, Timing timing) {
+  return std::shared_ptr<RecordSession>(new RecordSession(path, input, platform, timing));
+}
+
+RecordSession::RecordSession(const std::string& path, RecordInput input, RecordPlatform& platform,
+                             Timing timing)
+    : platform_(platform),
+      clock_(platform.clock()),
+      timing_(timing),
+      writer_(std::make_unique<WavWriter>(path, kSampleRate, 1)),
+      input_(input),
+      mixLastTick_(clock_.nowNanos()) {}
+
+RecordSession::~RecordSession() {
+  if (levelTimer_) timerQueue_.cancelTimer(*levelTimer_);
+  if (mixTimer_) timerQueue_.cancelTimer(*mixTimer_);
+}
+
+void RecordSession::start(const std::optional<std::string>& deviceUID) {
+  if (input_ == RecordInput::both) mixer_ = std::make_unique<Mixer>();
+  if (input_ == RecordInput::mic || input_ == RecordInput::both) {
+    switch (platform_.microphoneAuthorization()) {
+      case MicrophoneAuthorization::restricted:
+      case MicrophoneAuthorization::denied:
+        throw RecordError{
+            "Microphone access is off. Open System Settings → Privacy & Security → Microphone, "
+            "switch Tallowbrook on, then try again."};
+      case MicrophoneAuthorization::notDetermined:
+        throw RecordError{
+            "Microphone access has not been asked for yet. Ask for it before starting a "
+            "recording."};
+      case MicrophoneAuthorization::noSoundServer:
+        throw RecordError{kNoSoundServerText};
+      case MicrophoneAuthorization::authorized:
+        break;
+    }
+    auto mic = MicSource::create(platform_.makeInputEngine(), makeConverter(), micSink(),
+                                 warningSink(), clock_);
+    mic->start(deviceUID);  // its error ends the start
+    mic_ = std::move(mic);
+  }
+  if (input_ == RecordInput::system || input_ == RecordInput::both) {
+    auto source = std::make_shared<SystemAudioSource>(platform_.makeSystemCapture(),
+                                                      makeConverter(), systemSink(), warningSink());
+    auto outcome = std::make_shared<AsyncOutcome>();
+    std::thread([source, outcome] {
+      try {
+        source->start();
+      } catch (...) {
+        outcome->error.store(std::current_exception());
+      }
+      outcome->done.release();
+    }).detach();
+    if (!outcome->done.try_acquire_for(timing_.systemStartWait)) {
+      outcome->error.store(std::make_exception_ptr(
+          RecordError{std::string(kScreenRecordingOffText) +
+                      " (ScreenCaptureKit did not answer within fifteen seconds.)"}));
+    }
+    if (std::optional<std::exception_ptr> error = outcome->error.read(); error && *error) {
+      if (mic_) mic_->stop();
+      writer_->finish();
+      std::rethrow_exception(*error);
+    }
+    systemAudio_ = std::move(source);
+  }
+  printEvent(Json{{"type", "record-started"},
+                  {"path", writer_->path()},
+                  {"input", recordInputText(input_)},
+                  {"sampleRate", kSampleRate},
+                  {"channels", 1},
+                  {"format", "wav-pcm-s16le"},
+                  {"bytesPerSecond", kSampleRate * 2}});
+  if (mic_) mic_->activateWarnings();
+  startTimers();
+}
+
+SampleSink RecordSession::micSink() {
+  std::weak_ptr<RecordSession> weak = weak_from_this();
+  return [weak](Samples samples) {
+    if (auto self = weak.lock()) self->sinkSamples(std::move(samples), true);
+  };
+}
+
+SampleSink RecordSession::systemSink() {
+  std::weak_ptr<RecordSession> weak = weak_from_this();
+  return [weak](Samples samples) {
+    if (auto self = weak.lock()) self->sinkSamples(std::move(samples), false);
+  };
+}
+
+WarningSink RecordSession::warningSink() {
+  std::weak_ptr<RecordSession> weak = weak_from_this();
+  return [weak](const std::string& message, std::optional<int64_t> silenceMs) {
+    if (auto self = weak.lock()) {
+      self->warning(message, silenceMs);
+    } else {
+      printEvent(Json{{"type", "record-warning"}, {"message", message}});
+    }
+  };
+}
+
+void RecordSession::sinkSamples(Samples samples, bool fromMic) {
+  bool paused;
+  {
+    std::lock_guard<std::mutex> held(lock_);
+    paused = paused_;
+  }
+  if (paused) return;
+  if (mixer_) {
+    mixer_->push(samples, fromMic ? MixerQueue::mic : MixerQueue::system);
+    return;
+  }
+  meter_.add(samples);
+  writer_->append(samples);
+}
+
+void RecordSession::warning(const std::string& message, std::optional<int64_t> silenceMs) {
+  Json line{{"type", "record-warning"}, {"message", message}};
+  if (silenceMs && !mixer_) {
+    const Samples zeros(size_t(kSampleRate), 0);
+    for (int64_t count : silenceBlocks(*silenceMs, writer_->channels())) {
+      writer_->append(std::span<const int16_t>(zeros.data(), size_t(count)));
+    }
+    line["silenceMs"] = *silenceMs;
+  }
+  printEvent(line);
+}
+
+void RecordSession::startTimers() {
+  if (!timing_.runTimers) {
+    if (mixer_) mixer_->reset();
+    std::lock_guard<std::mutex> held(lock_);
+    mixLastTick_ = clock_.nowNanos();
+    return;
+  }
+  std::weak_ptr<RecordSession> weak = weak_from_this();
+  levelTimer_ = timerQueue_.addTimer(std::chrono::milliseconds(100), [weak] {
+    if (auto self = weak.lock()) self->tick();
+  });
+  if (mixer_) {
+    mixer_->reset();
+    {
+      std::lock_guard<std::mutex> held(lock_);
+      mixLastTick_ = clock_.nowNanos();
+    }
+    mixTimer_ = timerQueue_.addTimer(std::chrono::milliseconds(50), [weak] {
+      if (auto self = weak.lock()) self->mixTick();
+    });
+  }
+}
+
+int64_t RecordSession::elapsedMs() {
+  const auto held = writer_->hold();
+  return writer_->frames(held) * 1000 / kSampleRate;
+}
+
+void RecordSession::tick() {
+  if (mic_) mic_->poll();
+  const Level level = meter_.take();
+  int64_t frames;
+  {
+    const auto held = writer_->hold();
+    frames = writer_->frames(held);
+  }
+  bool paused;
+  {
+    std::lock_guard<std::mutex> held(lock_);
+    paused = paused_;
+  }
+  printEvent(Json{{"type", "level"},
+                  {"rms", level.rms},
+                  {"peak", level.peak},
+                  {"clipped", level.clipped},
+                  {"frames", frames},
+                  {"elapsedMs", frames * 1000 / kSampleRate},
+                  {"paused", paused}});
+  if (++headerFlushCountdown_ >= 50) {
+    headerFlushCountdown_ = 0;
+    const auto held = writer_->hold();
+    writer_->writeHeaderLocked(held);
+  }
+}
+
+void RecordSession::mixTick() {
+  const uint64_t now = clock_.nowNanos();
+  int64_t frames;
+  {
+    std::lock_guard<std::mutex> held(lock_);
+    const uint64_t elapsed = now - mixLastTick_;
+    mixLastTick_ = now;
+    if (paused_) {
+      mixCarry_ = 0;
+      return;
+    }
+    const double exact = double(elapsed) / 1e9 * double(kSampleRate) + mixCarry_;
+    if (!std::isfinite(exact) || exact >= 9.2e18 || exact <= -9.2e18) std::abort();
+    frames = int64_t(exact);
+    mixCarry_ = exact - double(frames);
+  }
+  if (frames >= 1 && mixer_) {
+    const Samples block = mixer_->drain(frames);
+    meter_.add(block);
+    writer_->append(block);
+    if (mixer_->takeDropped()) {
+      printEvent(Json{{"type", "record-warning"},
+                      {"message",
+                       "one audio source ran more than five seconds ahead; the oldest of its "
+                       "audio was dropped to keep the mix aligned."}});
+    }
+  }
+}
+
+void RecordSession::pause() {
+  {
+    std::lock_guard<std::mutex> held(lock_);
+    if (paused_ || finished_) return;
+    paused_ = true;
+  }
+  printEvent(Json{{"type", "record-paused"}, {"elapsedMs", elapsedMs()}});
+}
+
+void RecordSession::resume() {
+  {
+    std::lock_guard<std::mutex> held(lock_);
+    if (!paused_ || finished_) return;
+    paused_ = false;
+    mixLastTick_ = clock_.nowNanos();
+    mixCarry_ = 0;
+  }
+  printEvent(Json{{"type", "record-resumed"}, {"elapsedMs", elapsedMs()}});
+}
+
+void RecordSession::stop() {
+  {
+    std::lock_guard<std::mutex> held(lock_);
+    if (finished_) return;
+    paused_ = true;
+    finished_ = true;
+  }
+  if (levelTimer_) timerQueue_.cancelTimer(*levelTimer_);
+  if (mixTimer_) timerQueue_.cancelTimer(*mixTimer_);
+  if (!timerQueue_.isCurrent()) timerQueue_.sync([] {});  // a tick that was running has ended
+  if (mic_) mic_->stop();
+  if (systemAudio_) {
+    auto outcome = std::make_shared<AsyncOutcome>();
+    std::thread([source = systemAudio_, outcome] {
+      source->stop();
+      outcome->done.release();
+    }).detach();
+    (void)outcome->done.try_acquire_for(timing_.systemStopWait);  // a time-out is ignored
+  }
+  if (mixer_) {
+    const Samples block = mixer_->drain(mixer_->longestQueue());
+    if (!block.empty()) {
+      meter_.add(block);
+      writer_->append(block);
+    }
+  }
+  writer_->finish();
+  int64_t frames;
+  {
+    const auto held = writer_->hold();
+    frames = writer_->frames(held);
+  }
+  printEvent(Json{{"type", "record-stopped"},
+                  {"path", writer_->path()},
+                  {"frames", frames},
+                  {"elapsedMs", frames * 1000 / kSampleRate},
+                  {"bytes", frames * 1 * 2 + 44},
+                  {"sampleRate", kSampleRate},
+                  {"channels", 1}});
+  std::lock_guard<std::mutex> held(lock_);
+  completed_ = true;
+}
+
+bool RecordSession::completed() {
+  std::lock_guard<std::mutex> held(lock_);
+  return completed_;
+}
+
+}  // namespace tallowbrook

@@ -1,0 +1,112 @@
+// RecordSession: one recording from start to stop.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "record/meter.h"
+#include "record/mic_source.h"
+#include "record/mixer.h"
+#include "record/record_input.h"
+#include "record/record_platform.h"
+#include "record/serial_queue.h"
+#include "record/system_audio_source.h"
+#include "record/wav_writer.h"
+
+namespace tallowbrook {
+
+// The zero blocks that fill a gap of `silenceMs` in a recording of `channels` channels at
+// 48000 Hz: silenceMs x 48000 / 1000 x channels samples (integer arithmetic) in blocks of at
+// most 48000; none when silenceMs < 1. Pure.
+std::vector<int64_t> silenceBlocks(int64_t silenceMs, int64_t channels);
+
+// The session's timers and waits.
+struct SessionTiming {
+  bool runTimers = true;  // false: tests call tick() and mixTick() themselves
+  std::chrono::nanoseconds systemStartWait = std::chrono::seconds(15);
+  std::chrono::nanoseconds systemStopWait = std::chrono::seconds(3);
+};
+
+// Owns the WAV writer (48000 Hz mono), the meter, the mixer (both inputs only) and the capture
+// sources; runs the 0.1 s level tick and the 0.05 s mix tick on its serial timer queue; prints
+// every event of the recording as one JSON line ("record-started", "level", "record-paused",
+// "record-resumed", "record-warning", "record-stopped").
+//
+// Always held through std::shared_ptr (`create`); the callbacks handed to the sources and the
+// timers hold it weakly. `lock_` guards paused_, finished_, mixCarry_, mixLastTick_ and
+// completed_; no session lock is held while another lock is taken or an event printed.
+class RecordSession : public std::enable_shared_from_this<RecordSession> {
+ public:
+  using Timing = SessionTiming;
+
+  // Creates the writer at `path` (throws its RecordError or std::system_error). `platform`
+  // must outlive the session.
+  static std::shared_ptr<RecordSession> create(const std::string& path, RecordInput input,
+                                               RecordPlatform& platform, Timing timing = {});
+  ~RecordSession();
+
+  // Checks the microphone permission (mic and both), starts the microphone on `deviceUID`
+  // (or the default input), starts system audio (system and both) waiting at most 15 s,
+  // prints "record-started" and starts the timers. Throws RecordError, or the error of a
+  // source; after a failed system-audio start the microphone is stopped and the file finished.
+  // The caller's thread; once.
+  void start(const std::optional<std::string>& deviceUID);
+
+  // Pauses (prints "record-paused") unless paused or finished already. Any thread.
+  void pause();
+  // Resumes (prints "record-resumed") when paused and not finished. Any thread.
+  void resume();
+  // Stops the sources, writes what is queued, finishes the file, prints "record-stopped" and
+  // marks the session completed. Runs once; later calls return at once. Any thread but the
+  // timer queue.
+  void stop();
+  // Whether stop() has finished. Any thread.
+  bool completed();
+
+  // The level tick and the mix tick (timer queue; tests call them directly).
+  void tick();
+  void mixTick();
+
+  // The callbacks handed to the sources (hold the session weakly). Any thread.
+  SampleSink micSink();
+  SampleSink systemSink();
+  WarningSink warningSink();
+
+  WavWriter& writer() { return *writer_; }
+  Mixer* mixer() { return mixer_.get(); }
+
+ private:
+  RecordSession(const std::string& path, RecordInput input, RecordPlatform& platform,
+                Timing timing);
+  void sinkSamples(Samples samples, bool fromMic);
+  void warning(const std::string& message, std::optional<int64_t> silenceMs);
+  void startTimers();
+  int64_t elapsedMs();
+
+  RecordPlatform& platform_;
+  const Clock& clock_;
+  const Timing timing_;
+  const std::unique_ptr<WavWriter> writer_;
+  Meter meter_;
+  const RecordInput input_;
+  std::mutex lock_;
+  bool paused_ = false;    // guarded by lock_
+  bool finished_ = false;  // guarded by lock_
+  std::shared_ptr<MicSource> mic_;
+  std::shared_ptr<SystemAudioSource> systemAudio_;
+  std::unique_ptr<Mixer> mixer_;
+  std::optional<SerialQueue::TimerId> levelTimer_;
+  std::optional<SerialQueue::TimerId> mixTimer_;
+  double mixCarry_ = 0;           // guarded by lock_
+  uint64_t mixLastTick_;          // guarded by lock_
+  int headerFlushCountdown_ = 0;  // timer queue only
+  bool completed_ = false;        // guarded by lock_
+  SerialQueue timerQueue_;
+};
+
+}  // namespace tallowbrook
