@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <string>
@@ -14,6 +15,7 @@
 
 #include "documents/pango/glyph_runs.h"
 #include "documents/pango/page_writer.h"
+#include "documents/pango/paragraph_layout.h"
 
 namespace tallowbrook::TextPdf {
 namespace {
@@ -233,6 +235,80 @@ TEST(TextPdfPageWriter, PagesComeOutInOrder) {
   }
   const std::string& written = actual.finish();
   EXPECT_TRUE(samePdf(written, expected.finish()));
+}
+
+TEST(TextPdfParagraphLayout, AnotherFontMapGivesTheSameLinesAndFonts) {
+  // The layout thread has a font map of its own; its lines must be the ones this thread would
+  // make, down to the fonts cairo embeds (one subset per font face).
+  MemoryPdf pdf;
+  PangoContext* here = makeContext(pdf.cairo, false);
+  PangoContext* other = makeContext(pdf.cairo, true);
+  FontCache hereFonts;
+  FontCache otherFonts;
+  const Style serif{Face::serif, 11.5, 0, 4, 0, 1.25};
+  const Style mono{Face::mono, 8, 0.35, 1, 6, 1.25};
+  for (const char* text :
+       {"The quick brown fox jumps over the lazy dog, again and again, until it breaks.",
+        "Съешь же ещё этих мягких французских булок. 我能吞下玻璃而不伤身体。",
+        "שלום עולם 123 مرحبا بالعالم \U0001F34E\U0001F41D and a private \uE000 character.",
+        "A\0NUL byte counts as a space."}) {
+    for (const Style& style : {serif, mono}) {
+      auto a = layOutParagraph(here, hereFonts, text, style, 379);
+      auto b = layOutParagraph(other, otherFonts, text, style, 379);
+      ASSERT_EQ(a.size(), b.size()) << text;
+      for (std::size_t l = 0; l < a.size(); ++l) {
+        EXPECT_EQ(a[l].start, b[l].start);
+        EXPECT_EQ(a[l].x, b[l].x);
+        EXPECT_EQ(a[l].height, b[l].height);
+        EXPECT_EQ(a[l].baseline, b[l].baseline);
+        EXPECT_GE(a[l].height, style.size * 1.25);
+        EXPECT_EQ(a[l].needsPango, b[l].needsPango);
+        ASSERT_EQ(a[l].runs.size(), b[l].runs.size());
+        for (std::size_t r = 0; r < a[l].runs.size(); ++r) {
+          const GlyphRun& x = a[l].runs[r];
+          const GlyphRun& y = b[l].runs[r];
+          EXPECT_EQ(cairo_scaled_font_get_font_face(x.font),
+                    cairo_scaled_font_get_font_face(y.font));
+          EXPECT_EQ(x.text, y.text);
+          EXPECT_EQ(x.originX, y.originX);
+          ASSERT_EQ(x.glyphs.size(), y.glyphs.size());
+          for (std::size_t g = 0; g < x.glyphs.size(); ++g) {
+            EXPECT_EQ(x.glyphs[g].index, y.glyphs[g].index);
+            EXPECT_EQ(x.glyphs[g].x, y.glyphs[g].x);
+            EXPECT_EQ(x.glyphs[g].y, y.glyphs[g].y);
+          }
+          ASSERT_EQ(x.clusters.size(), y.clusters.size());
+          for (std::size_t c = 0; c < x.clusters.size(); ++c) {
+            EXPECT_EQ(x.clusters[c].num_bytes, y.clusters[c].num_bytes);
+            EXPECT_EQ(x.clusters[c].num_glyphs, y.clusters[c].num_glyphs);
+          }
+        }
+      }
+    }
+  }
+  auto lines = layOutParagraph(here, hereFonts, "Here \uE000 no font has this.", serif, 379);
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_TRUE(lines[0].needsPango);
+  EXPECT_TRUE(lines[0].runs.empty());
+  g_object_unref(other);
+  g_object_unref(here);
+}
+
+TEST(TextPdfParagraphLayout, AStretchWithoutSpacesIsSetInPiecesOnNewLines) {
+  MemoryPdf pdf;
+  PangoContext* context = makeContext(pdf.cairo, false);
+  FontCache fonts;
+  std::string word(10000, 'x');
+  auto lines = layOutParagraph(context, fonts, word, {Face::serif, 11.5, 0, 4, 0, 1.25}, 379);
+  ASSERT_GT(lines.size(), 3u);
+  std::vector<int> starts;
+  for (const PreparedLine& line : lines) starts.push_back(line.start);
+  EXPECT_TRUE(std::is_sorted(starts.begin(), starts.end()));
+  EXPECT_EQ(starts.front(), 0);
+  // Each piece of 4096 bytes starts a line of its own.
+  EXPECT_NE(std::find(starts.begin(), starts.end(), 4096), starts.end());
+  EXPECT_NE(std::find(starts.begin(), starts.end(), 8192), starts.end());
+  g_object_unref(context);
 }
 
 }  // namespace

@@ -60,8 +60,7 @@ void addClusters(GlyphRun& run, PangoGlyphItem* item, const char* text) {
 
 }  // namespace
 
-bool appendLine(PageRuns& runs, PangoLayoutLine* line, const char* text, double x, double y,
-                double grey, FontCache& fonts) {
+bool shapeLine(PageRuns& runs, PangoLayoutLine* line, const char* text, FontCache& fonts) {
   const std::size_t before = runs.size();
   int advance = 0;  // Pango units from the line's left end
   for (GSList* node = line->runs; node; node = node->next) {
@@ -69,9 +68,6 @@ bool appendLine(PageRuns& runs, PangoLayoutLine* line, const char* text, double 
     PangoGlyphString* glyphs = item->glyphs;
     int width = pango_glyph_string_get_width(glyphs);
     advance += item->start_x_offset;
-    // The same arithmetic as Pango's cairo renderer, so every glyph lands on the same point.
-    const double baseX = x + static_cast<double>(advance) / PANGO_SCALE;
-    const double baseY = y + static_cast<double>(-item->y_offset) / PANGO_SCALE;
 
     GlyphRun& run = runs.emplace_back();
     run.font = fonts.scaledFont(item->item->analysis.font);
@@ -79,7 +75,10 @@ bool appendLine(PageRuns& runs, PangoLayoutLine* line, const char* text, double 
       runs.resize(before);
       return false;
     }
-    run.grey = grey;
+    // Pango's cairo renderer puts a glyph at (x + advance, y - y_offset) + its own offset, each
+    // step in this order; placeRuns does the same additions.
+    run.originX = static_cast<double>(advance) / PANGO_SCALE;
+    run.originY = static_cast<double>(-item->y_offset) / PANGO_SCALE;
     run.backward = (item->item->analysis.level & 1) != 0;
     run.text.assign(text + item->item->offset, static_cast<std::size_t>(item->item->length));
     run.glyphs.reserve(static_cast<std::size_t>(glyphs->num_glyphs));
@@ -91,17 +90,36 @@ bool appendLine(PageRuns& runs, PangoLayoutLine* line, const char* text, double 
         return false;
       }
       if (glyph.glyph != PANGO_GLYPH_EMPTY) {
-        double gx = baseX + static_cast<double>(position + glyph.geometry.x_offset) / PANGO_SCALE;
-        double gy = glyph.geometry.y_offset == 0
-                        ? baseY
-                        : baseY + static_cast<double>(glyph.geometry.y_offset) / PANGO_SCALE;
-        run.glyphs.push_back({glyph.glyph, gx, gy});
+        run.glyphs.push_back({glyph.glyph,
+                              static_cast<double>(position + glyph.geometry.x_offset) / PANGO_SCALE,
+                              static_cast<double>(glyph.geometry.y_offset) / PANGO_SCALE});
       }
       position += glyph.geometry.width;
     }
     addClusters(run, item, text);
     advance += width + item->end_x_offset;
   }
+  return true;
+}
+
+void placeRuns(GlyphRun* first, GlyphRun* last, double x, double y) {
+  for (GlyphRun* run = first; run != last; ++run) {
+    const double baseX = x + run->originX;
+    const double baseY = y + run->originY;
+    for (cairo_glyph_t& glyph : run->glyphs) {
+      glyph.x = baseX + glyph.x;
+      // Pango adds nothing for a zero offset; adding 0.0 leaves baseY as it is.
+      glyph.y = baseY + glyph.y;
+    }
+  }
+}
+
+bool appendLine(PageRuns& runs, PangoLayoutLine* line, const char* text, double x, double y,
+                double grey, FontCache& fonts) {
+  const std::size_t before = runs.size();
+  if (!shapeLine(runs, line, text, fonts)) return false;
+  for (std::size_t i = before; i < runs.size(); ++i) runs[i].grey = grey;
+  placeRuns(runs.data() + before, runs.data() + runs.size(), x, y);
   return true;
 }
 

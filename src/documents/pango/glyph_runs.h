@@ -19,7 +19,11 @@ struct GlyphRun {
   cairo_scaled_font_t* font = nullptr;  // kept alive by the FontCache that made the run
   double grey = 0;                      // text colour, grey level
   std::string text;                     // the run's UTF-8 text
-  std::vector<cairo_glyph_t> glyphs;    // page positions (points, origin top left)
+  // Where the run starts from its line's baseline origin, and its glyphs from there; once
+  // placed (placeRuns), the glyphs' page positions (points, origin top left).
+  double originX = 0;
+  double originY = 0;
+  std::vector<cairo_glyph_t> glyphs;
   std::vector<cairo_text_cluster_t> clusters;
   bool backward = false;  // right-to-left run: clusters go from the last glyph back
 };
@@ -44,6 +48,17 @@ class FontCache {
  private:
   std::unordered_map<PangoFont*, cairo_scaled_font_t*> fonts_;
 };
+
+// Appends to `runs` the runs of `line` (of a layout whose text is `text`) relative to the left
+// end of its baseline, to be placed with placeRuns. False, with `runs` as it was, when the line
+// has a glyph that no installed font has or a font without a scaled font: Pango draws those as
+// hex boxes, so such a line is left to Pango. Same thread as `fonts`.
+bool shapeLine(PageRuns& runs, PangoLayoutLine* line, const char* text, FontCache& fonts);
+
+// Puts the runs [first, last) made by shapeLine on the page with their line's baseline origin
+// at (`x`, `y`), already on cairo's fixed-point grid (see snapToCairo), glyph for glyph where
+// Pango's cairo renderer would put them. Any thread.
+void placeRuns(GlyphRun* first, GlyphRun* last, double x, double y);
 
 // Appends to `runs` the runs of `line` (of a layout whose text is `text`) drawn with the
 // left end of its baseline at (`x`, `y`) in `grey`, glyph for glyph where Pango's cairo

@@ -1,111 +1,43 @@
 // text-pdf's typesetter: Pango shapes and breaks the text (any script, bidirectional text),
 // cairo writes the PDF with its fonts embedded as subsets and the text extractable, fontconfig
-// substitutes the layout's fonts (Georgia by a serif, Menlo by a monospace). Typesetting runs on
-// the calling thread and hands each page over as glyph runs to a PageWriter, whose thread
-// drives cairo, so the two halves of the work overlap.
+// substitutes the layout's fonts (Georgia by a serif, Menlo by a monospace).
+//
+// Three threads share the work: the calling thread fills frames and lays out paragraphs, a
+// layout thread (its own Pango context and font map: Pango objects are not shared) lays out the
+// paragraphs ahead of it, and a PageWriter's thread draws finished pages into cairo. Paragraphs
+// travel between them as glyph runs.
 #include <cairo-pdf.h>
 #include <cairo.h>
 #include <pango/pangocairo.h>
 
 #include <algorithm>
+#include <atomic>
+#include <condition_variable>
 #include <cstdio>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "documents/pango/glyph_runs.h"
 #include "documents/pango/page_writer.h"
+#include "documents/pango/paragraph_layout.h"
 #include "documents/text_typesetter.h"
 
 namespace tallowbrook::TextPdf {
 namespace {
 
-// Pango's layout units per point (at 72 dpi a point is one PDF unit).
-double fromPango(int units) {
-  return static_cast<double>(units) / PANGO_SCALE;
-}
-int toPango(double points) {
-  return static_cast<int>(points * PANGO_SCALE + 0.5);
-}
-
-// Fontconfig has neither Georgia nor Menlo on most Linux systems: the generic family after each
-// name decides the substitute. "Menlo" alone would fall back to a proportional font.
-const char* familyOf(Face face) {
-  return face == Face::mono ? "Menlo,monospace" : "Georgia,serif";
-}
-
-PangoFontDescription* fontFor(const Style& style) {
-  PangoFontDescription* font = pango_font_description_new();
-  pango_font_description_set_family(font, familyOf(style.face));
-  pango_font_description_set_weight(
-      font, style.face == Face::serifBold ? PANGO_WEIGHT_BOLD : PANGO_WEIGHT_NORMAL);
-  pango_font_description_set_size(font, toPango(style.size));
-  return font;
-}
-
-// A layout of `text` in `style`: `width` points wide (0: unbounded), every line exactly
-// lineHeight x size tall.
-PangoLayout* makeLayout(PangoContext* context, std::string_view text, const Style& style,
-                        double width) {
-  PangoLayout* layout = pango_layout_new(context);
-  PangoFontDescription* font = fontFor(style);
-  pango_layout_set_font_description(layout, font);
-  pango_font_description_free(font);
-  if (width > 0) {
-    pango_layout_set_width(layout, toPango(width));
-    pango_layout_set_wrap(layout, PANGO_WRAP_WORD_CHAR);
-  }
-  PangoAttrList* attributes = pango_attr_list_new();
-  pango_attr_list_insert(
-      attributes, pango_attr_line_height_new_absolute(toPango(style.lineHeight * style.size)));
-  pango_layout_set_attributes(layout, attributes);
-  pango_attr_list_unref(attributes);
-  pango_layout_set_text(layout, text.data(), static_cast<int>(text.size()));
-  return layout;
-}
-
-// One placed line of a paragraph's layout, in layout coordinates.
-struct LineBox {
-  PangoLayoutLine* line;
-  const char* text;  // its layout's text
-  int start;         // byte offset in the paragraph
-  double x;          // left edge of the line (right-to-left lines are aligned right)
-  double height;     // line height
-  double baseline;   // baseline below the line's top
-};
-
 // A paragraph of the text: one run's text up to (not including) a "\n".
 struct Paragraph {
-  std::size_t start;                  // byte position in the whole text
-  std::size_t length;                 // bytes, without the "\n"
-  std::size_t run;                    // index of its run
-  std::vector<PangoLayout*> layouts;  // made on first use, one per piece
-  std::vector<LineBox> lines;         // starts relative to the paragraph
+  std::size_t start = 0;            // byte position in the whole text
+  std::size_t length = 0;           // bytes, without the "\n"
+  std::size_t run = 0;              // index of its run
+  std::size_t inRun = 0;            // byte position in its run's text
+  double width = 0;                 // the width its lines were laid out for
+  std::vector<PreparedLine> lines;  // once laid out; emptied once placed to its end
 };
-
-// Pango breaks a stretch without any break opportunity in time that grows with the square of
-// its length (20000 such bytes take most of a second). Such a stretch is cut into pieces of
-// this many bytes, each laid out on its own; the cost is a shorter last line per piece.
-constexpr std::size_t kUnbrokenPiece = 4096;
-
-// Where the paragraph text `text` is cut into pieces: after every kUnbrokenPiece bytes without
-// a space, at a character boundary. Always ends with text.size().
-std::vector<std::size_t> pieceEnds(std::string_view text) {
-  std::vector<std::size_t> ends;
-  std::size_t stretch = 0;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    unsigned char c = static_cast<unsigned char>(text[i]);
-    if (c == ' ' || c == '\t') {
-      stretch = i + 1;
-    } else if (i - stretch >= kUnbrokenPiece && (c & 0xC0) != 0x80) {
-      ends.push_back(i);
-      stretch = i;
-    }
-  }
-  ends.push_back(text.size());
-  return ends;
-}
 
 cairo_status_t writeToFile(void* closure, const unsigned char* data, unsigned int length) {
   auto* file = static_cast<std::FILE*>(closure);
@@ -119,24 +51,20 @@ class PangoDocument final : public Document {
                 const Attributed& text)
       : file_(file), surface_(surface), pageHeight_(pageHeight), text_(text) {
     cairo_ = cairo_create(surface_);
-    context_ = pango_cairo_create_context(cairo_);
-    pango_cairo_context_set_resolution(context_, 72);
-    cairo_font_options_t* options = cairo_font_options_create();
-    cairo_font_options_set_hint_metrics(options, CAIRO_HINT_METRICS_OFF);
-    cairo_font_options_set_hint_style(options, CAIRO_HINT_STYLE_NONE);
-    pango_cairo_context_set_font_options(context_, options);
-    cairo_font_options_destroy(options);
+    context_ = makeContext(cairo_, false);
+    aheadContext_ = makeContext(cairo_, true);
     splitParagraphs();
+    taken_ = std::make_unique<std::atomic<bool>[]>(paragraphs_.size());
+    ready_.assign(paragraphs_.size(), false);
     writer_ = std::make_unique<PageWriter>(cairo_);
   }
 
   ~PangoDocument() override {
     if (file_) finish();
+    stopAhead();
     writer_.reset();
-    for (Paragraph& paragraph : paragraphs_) {
-      for (PangoLayout* layout : paragraph.layouts) g_object_unref(layout);
-    }
     if (lineLayout_) g_object_unref(lineLayout_);
+    g_object_unref(aheadContext_);
     g_object_unref(context_);
     cairo_destroy(cairo_);
     cairo_surface_destroy(surface_);
@@ -145,6 +73,10 @@ class PangoDocument final : public Document {
   void beginPage() override {}
 
   std::size_t fillFrame(const Rect& frame, std::size_t position) override {
+    if (!ahead_.joinable() && !aheadStopped_) {
+      aheadWidth_ = frame.width;
+      ahead_ = std::thread([this] { layOutAhead(); });
+    }
     const double top = pageHeight_ - (frame.y + frame.height);
     const double bottom = pageHeight_ - frame.y;
     std::size_t reached = position;
@@ -157,14 +89,14 @@ class PangoDocument final : public Document {
          i < paragraphs_.size(); ++i) {
       Paragraph& paragraph = paragraphs_[i];
       const Style& style = text_[paragraph.run].style;
-      layOut(paragraph, frame.width);
+      prepare(i, frame.width);
       int offset = static_cast<int>(reached - paragraph.start);
       auto line = std::lower_bound(paragraph.lines.begin(), paragraph.lines.end(), offset,
-                                   [](const LineBox& box, int o) { return box.start < o; });
+                                   [](const PreparedLine& box, int o) { return box.start < o; });
       if (line == paragraph.lines.begin() && !first) cursor += style.spacingBefore;
       for (; line != paragraph.lines.end(); ++line) {
         if (cursor + line->height > bottom + 1e-6) return reached - position;
-        drawLine(line->line, line->text, frame.x + line->x, cursor + line->baseline, style.grey);
+        place(i, *line, frame.x + line->x, cursor + line->baseline, style.grey);
         cursor += line->height;
         first = false;
         auto next = line + 1;
@@ -173,7 +105,9 @@ class PangoDocument final : public Document {
                                          : static_cast<std::size_t>(next->start));
       }
       cursor += style.spacingAfter;
-      releaseLayout(paragraph);
+      // A paragraph placed to its end is not needed again.
+      paragraph.lines.clear();
+      paragraph.lines.shrink_to_fit();
     }
     return reached - position;
   }
@@ -187,8 +121,13 @@ class PangoDocument final : public Document {
     } else {
       pango_layout_set_text(lineLayout_, text.data(), static_cast<int>(text.size()));
     }
-    drawLine(pango_layout_get_line_readonly(lineLayout_, 0), pango_layout_get_text(lineLayout_), x,
-             pageHeight_ - y, style.grey);
+    PangoLayoutLine* line = pango_layout_get_line_readonly(lineLayout_, 0);
+    const double top = pageHeight_ - y;
+    if (appendLine(page_, line, pango_layout_get_text(lineLayout_), snapToCairo(x),
+                   snapToCairo(top), style.grey, fonts_)) {
+      return;
+    }
+    drawWithPango(x, top, style.grey, [&](const auto& draw) { draw(line); });
   }
 
   void endPage() override {
@@ -198,6 +137,7 @@ class PangoDocument final : public Document {
 
   bool finish() override {
     if (!file_) return false;
+    stopAhead();
     writer_->finish();
     cairo_surface_finish(surface_);
     bool good = cairo_surface_status(surface_) == CAIRO_STATUS_SUCCESS &&
@@ -210,15 +150,120 @@ class PangoDocument final : public Document {
   }
 
  private:
-  // Draws `line` (of a layout whose text is `text`) with its baseline's left end at (x, y)
-  // from the top left: as glyph runs for the writer thread, or, for a line with glyphs no font
-  // has, by Pango right here.
-  void drawLine(PangoLayoutLine* line, const char* text, double x, double y, double grey) {
-    if (appendLine(page_, line, text, snapToCairo(x), snapToCairo(y), grey, fonts_)) return;
+  // How many paragraphs the layout thread may run ahead of the one being placed.
+  static constexpr std::size_t kAhead = 64;
+
+  std::string_view paragraphText(const Paragraph& paragraph) const {
+    return std::string_view(text_[paragraph.run].text).substr(paragraph.inRun, paragraph.length);
+  }
+
+  // Claims paragraph `i` for the calling thread; false when the other thread has it.
+  bool take(std::size_t i) { return !taken_[i].exchange(true); }
+
+  // Lays out paragraph `i` with this thread's context and fonts and publishes its lines.
+  void layOutHere(std::size_t i, PangoContext* context, FontCache& fonts, double width) {
+    Paragraph& paragraph = paragraphs_[i];
+    std::vector<PreparedLine> lines = layOutParagraph(context, fonts, paragraphText(paragraph),
+                                                      text_[paragraph.run].style, width);
+    {
+      std::lock_guard lock(mutex_);
+      paragraph.lines = std::move(lines);
+      paragraph.width = width;
+      ready_[i] = true;
+    }
+    changed_.notify_all();
+  }
+
+  // Makes the lines of paragraph `i`, `width` points wide, ready on the calling thread: laid out
+  // here, or by the layout thread (while it works on it, this thread lays out the paragraphs
+  // after it that nobody has taken yet).
+  void prepare(std::size_t i, double width) {
+    {
+      std::lock_guard lock(mutex_);
+      placing_ = i;
+    }
+    changed_.notify_all();
+    if (take(i)) {
+      layOutHere(i, context_, fonts_, width);
+    } else {
+      std::size_t next = i + 1;
+      std::unique_lock lock(mutex_);
+      while (!ready_[i]) {
+        while (next < paragraphs_.size() && next <= i + kAhead && taken_[next].load()) ++next;
+        if (next < paragraphs_.size() && next <= i + kAhead) {
+          lock.unlock();
+          if (take(next)) layOutHere(next, context_, fonts_, width);
+          lock.lock();
+        } else {
+          changed_.wait(lock, [&] { return ready_[i]; });
+        }
+      }
+    }
+    Paragraph& paragraph = paragraphs_[i];
+    if (paragraph.width != width) {
+      // Laid out ahead for another frame width.
+      paragraph.lines = layOutParagraph(context_, fonts_, paragraphText(paragraph),
+                                        text_[paragraph.run].style, width);
+      paragraph.width = width;
+    }
+  }
+
+  // The layout thread: lays out the paragraphs not taken yet, in order, up to kAhead after the
+  // one being placed.
+  void layOutAhead() {
+    for (std::size_t i = 0; i < paragraphs_.size(); ++i) {
+      {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [&] { return stopping_ || i <= placing_ + kAhead; });
+        if (stopping_) return;
+      }
+      if (take(i)) layOutHere(i, aheadContext_, aheadFonts_, aheadWidth_);
+    }
+  }
+
+  void stopAhead() {
+    if (!ahead_.joinable()) {
+      aheadStopped_ = true;
+      return;
+    }
+    {
+      std::lock_guard lock(mutex_);
+      stopping_ = true;
+    }
+    changed_.notify_all();
+    ahead_.join();
+    aheadStopped_ = true;
+  }
+
+  // Puts `line` of paragraph `i` on the page with its baseline's left end at (x, y) from the
+  // top left, in `grey`.
+  void place(std::size_t i, PreparedLine& line, double x, double y, double grey) {
+    if (!line.needsPango) {
+      const std::size_t before = page_.size();
+      for (GlyphRun& run : line.runs) {
+        run.grey = grey;
+        page_.push_back(std::move(run));
+      }
+      placeRuns(page_.data() + before, page_.data() + page_.size(), snapToCairo(x), snapToCairo(y));
+      return;
+    }
+    const Paragraph& paragraph = paragraphs_[i];
+    drawWithPango(x, y, grey, [&](const auto& draw) {
+      withPangoLine(context_, paragraphText(paragraph), text_[paragraph.run].style, paragraph.width,
+                    line.start, [&](PangoLayoutLine* pangoLine, const char*) { draw(pangoLine); });
+    });
+  }
+
+  // Draws, by Pango on this thread, once the writer has drawn everything before it, the line
+  // that `find` passes to the function it is given (a line with glyphs no font has).
+  template <typename Find>
+  void drawWithPango(double x, double y, double grey, const Find& find) {
     writer_->drawHere(std::move(page_), [&](cairo_t* cairo) {
-      cairo_set_source_rgb(cairo, grey, grey, grey);
-      cairo_move_to(cairo, x, y);
-      pango_cairo_show_layout_line(cairo, line);
+      find([&](PangoLayoutLine* line) {
+        cairo_set_source_rgb(cairo, grey, grey, grey);
+        cairo_move_to(cairo, x, y);
+        pango_cairo_show_layout_line(cairo, line);
+      });
     });
     page_ = {};
   }
@@ -231,76 +276,44 @@ class PangoDocument final : public Document {
       while (from < text.size()) {
         std::size_t end = text.find('\n', from);
         if (end == std::string::npos) end = text.size();
-        paragraphs_.push_back({position + from, end - from, run, {}, {}});
+        Paragraph& paragraph = paragraphs_.emplace_back();
+        paragraph.start = position + from;
+        paragraph.length = end - from;
+        paragraph.run = run;
+        paragraph.inRun = from;
         from = end + 1;
       }
       position += text.size();
     }
   }
 
-  // Shapes and breaks `paragraph` into lines `width` points wide, once, keeping each line's box.
-  void layOut(Paragraph& paragraph, double width) {
-    if (!paragraph.layouts.empty()) return;
-    const Run& run = text_[paragraph.run];
-    std::string_view text(run.text);
-    text = text.substr(paragraph.start - runStart(paragraph.run), paragraph.length);
-    std::string withoutNul;
-    if (text.find('\0') != std::string_view::npos) {
-      // NUL would end the text for Pango; a space keeps every byte offset where it was.
-      withoutNul.assign(text);
-      std::replace(withoutNul.begin(), withoutNul.end(), '\0', ' ');
-      text = withoutNul;
-    }
-    std::size_t from = 0;
-    for (std::size_t end : pieceEnds(text)) {
-      PangoLayout* layout = makeLayout(context_, text.substr(from, end - from), run.style, width);
-      paragraph.layouts.push_back(layout);
-      const char* layoutText = pango_layout_get_text(layout);
-      PangoLayoutIter* iter = pango_layout_get_iter(layout);
-      do {
-        PangoRectangle logical;
-        pango_layout_iter_get_line_extents(iter, nullptr, &logical);
-        PangoLayoutLine* line = pango_layout_iter_get_line_readonly(iter);
-        paragraph.lines.push_back({line, layoutText, static_cast<int>(from) + line->start_index,
-                                   fromPango(logical.x), fromPango(logical.height),
-                                   fromPango(pango_layout_iter_get_baseline(iter) - logical.y)});
-      } while (pango_layout_iter_next_line(iter));
-      pango_layout_iter_free(iter);
-      from = end;
-    }
-  }
-
-  // A paragraph drawn to its end is not needed again.
-  void releaseLayout(Paragraph& paragraph) {
-    for (PangoLayout* layout : paragraph.layouts) g_object_unref(layout);
-    paragraph.layouts.clear();
-    paragraph.layouts.shrink_to_fit();
-    paragraph.lines.clear();
-    paragraph.lines.shrink_to_fit();
-  }
-
-  std::size_t runStart(std::size_t run) {
-    while (runStarts_.size() <= run) {
-      runStarts_.push_back(
-          runStarts_.empty() ? 0 : runStarts_.back() + text_[runStarts_.size() - 1].text.size());
-    }
-    return runStarts_[run];
-  }
-
  private:
   std::FILE* file_;
   cairo_surface_t* surface_;
   double pageHeight_;
-  Attributed text_;
+  const Attributed text_;  // read by both layout threads
   cairo_t* cairo_ = nullptr;
-  PangoContext* context_ = nullptr;
-  std::vector<Paragraph> paragraphs_;
-  std::vector<std::size_t> runStarts_;
-  FontCache fonts_;                    // outlives writer_, which draws with its fonts
-  PageRuns page_;                      // the current page's runs
+  PangoContext* context_ = nullptr;       // this thread's
+  PangoContext* aheadContext_ = nullptr;  // the layout thread's, with its own font map
+  std::vector<Paragraph> paragraphs_;     // each one's lines: see prepare()
+  FontCache fonts_;       // this thread's; both caches outlive writer_, which uses their fonts
+  FontCache aheadFonts_;  // the layout thread's
+  PageRuns page_;         // the current page's runs
   PangoLayout* lineLayout_ = nullptr;  // drawLine's layout, set in lineStyle_
   Style lineStyle_;
   std::unique_ptr<PageWriter> writer_;
+
+  // Sharing paragraphs with the layout thread. A paragraph's lines belong to the thread that
+  // took it until ready_, then to this thread.
+  std::unique_ptr<std::atomic<bool>[]> taken_;  // taken by a thread to lay out
+  std::mutex mutex_;                 // guards ready_, placing_, stopping_, published lines
+  std::condition_variable changed_;  // any of those changed
+  std::vector<bool> ready_;          // lines published
+  std::size_t placing_ = 0;          // the paragraph this thread places
+  bool stopping_ = false;            // the layout thread must end
+  double aheadWidth_ = 0;            // the width the layout thread sets paragraphs in
+  bool aheadStopped_ = false;        // this thread's: the layout thread ended or never will start
+  std::thread ahead_;
 };
 
 class PangoTypesetter final : public Typesetter {
