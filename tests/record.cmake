@@ -25,3 +25,16 @@ target_link_libraries(record-reader-tests PRIVATE
 target_compile_definitions(record-reader-tests PRIVATE
   WAV_CORPUS_DIR="${PROJECT_SOURCE_DIR}/../shared/corpora/wav")
 gtest_discover_tests(record-reader-tests TEST_PREFIX "record." DISCOVERY_TIMEOUT 60)
+
+# The record command against a private PulseAudio server per test (../shared/tools).
+add_executable(record-cli-tests
+  cli/record_cli_test.cpp
+  cli/record_process.cpp
+)
+target_link_libraries(record-cli-tests PRIVATE cli-test-support tallowbrook-warnings GTest::gtest_main)
+target_compile_definitions(record-cli-tests PRIVATE
+  HELPER_PATH="$<TARGET_FILE:tallowbrook-helper>"
+  TEST_SOUND_SERVER="${PROJECT_SOURCE_DIR}/../shared/tools/test-sound-server")
+add_dependencies(record-cli-tests tallowbrook-helper tallowbrook-record)
+gtest_discover_tests(record-cli-tests TEST_PREFIX "record.cli." DISCOVERY_TIMEOUT 60
+  PROPERTIES TIMEOUT 120)
