@@ -9,13 +9,21 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
+#include <fstream>
 #include <functional>
+#include <iterator>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "documents/pango/glyph_runs.h"
 #include "documents/pango/page_writer.h"
 #include "documents/pango/paragraph_layout.h"
+#include "documents/text_typesetter.h"
+
+// The module's factory (the helper finds it with dlsym).
+extern "C" tallowbrook::TextPdf::Typesetter* tallowbrook_create_text_typesetter();
 
 namespace tallowbrook::TextPdf {
 namespace {
@@ -309,6 +317,56 @@ TEST(TextPdfParagraphLayout, AStretchWithoutSpacesIsSetInPiecesOnNewLines) {
   EXPECT_NE(std::find(starts.begin(), starts.end(), 4096), starts.end());
   EXPECT_NE(std::find(starts.begin(), starts.end(), 8192), starts.end());
   g_object_unref(context);
+}
+
+// A document of many pages and paragraphs through the real typesetter, as text-pdf drives it.
+std::string typesetDocument(const std::string& path) {
+  Attributed text;
+  const Style label{Face::mono, 8, 0.35, 1, 6, 1.25};
+  const Style body{Face::serif, 11.5, 0, 4, 0, 1.25};
+  text.push_back({"Typeset twice\n", {Face::serifBold, 17, 0, 4, 0, 1.25}});
+  for (int i = 0; i < 300; ++i) {
+    text.push_back({"Entry " + std::to_string(i) + "\n", label});
+    std::string words;
+    for (int w = 0; w <= i % 50; ++w) words += (w % 7 ? "meadow " : "Съешь 我能 ");
+    text.push_back({words + "\n", body});
+  }
+  Opened opened = tallowbrook_create_text_typesetter()->open(
+      path, 447, 596, {"Typeset twice", "Tallowbrook"}, text);
+  EXPECT_EQ(opened.status, Opened::Status::opened);
+  if (!opened.document) return {};
+  std::size_t position = 0;
+  std::size_t length = 0;
+  for (const Run& run : text) length += run.text.size();
+  int pages = 0;
+  while (position < length) {
+    opened.document->beginPage();
+    std::size_t placed = opened.document->fillFrame({34, 154, 379, 408}, position);
+    opened.document->drawLine("Tallowbrook \u00B7 " + std::to_string(++pages), label, 34, 16);
+    opened.document->endPage();
+    if (placed == 0) break;
+    position += placed;
+  }
+  EXPECT_EQ(position, length);
+  EXPECT_GT(pages, 10);
+  EXPECT_TRUE(opened.document->finish());
+  std::ifstream in(path, std::ios::binary);
+  std::string bytes((std::istreambuf_iterator<char>(in)), {});
+  // Only the creation date may differ between two runs.
+  auto date = bytes.find("/CreationDate (");
+  if (date != std::string::npos) bytes.erase(date, bytes.find(')', date) - date);
+  return bytes;
+}
+
+TEST(TextPdfTypesetter, TwoRunsWriteTheSameDocument) {
+  // Which thread lays out which paragraph varies from run to run; the document must not.
+  auto dir = std::filesystem::temp_directory_path();
+  std::string first = typesetDocument((dir / "textpdf-twice-1.pdf").string());
+  std::string second = typesetDocument((dir / "textpdf-twice-2.pdf").string());
+  std::filesystem::remove(dir / "textpdf-twice-1.pdf");
+  std::filesystem::remove(dir / "textpdf-twice-2.pdf");
+  EXPECT_GT(first.size(), 10000u);
+  EXPECT_TRUE(samePdf(second, first));
 }
 
 }  // namespace
