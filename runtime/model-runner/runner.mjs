@@ -19,6 +19,10 @@
 
 import fs from "node:fs";
 
+// Standard output carries this program's lines only: whatever a library prints goes to
+// standard error.
+for (const name of ["log", "info", "debug"]) console[name] = (...args) => console.error(...args);
+
 function send(object) {
   // Writes to a pipe are synchronous on Linux, so every line is out before the next step.
   process.stdout.write(JSON.stringify(object) + "\n");
