@@ -29,6 +29,7 @@ gtest_discover_tests(record-reader-tests TEST_PREFIX "record." DISCOVERY_TIMEOUT
 # The record command against a private PulseAudio server per test (../shared/tools).
 add_executable(record-cli-tests
   cli/record_cli_test.cpp
+  cli/record_fault_cli_test.cpp
   cli/record_process.cpp
 )
 target_link_libraries(record-cli-tests PRIVATE cli-test-support tallowbrook-warnings GTest::gtest_main)

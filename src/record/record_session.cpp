@@ -191,18 +191,25 @@ void RecordSession::startTimers() {
     return;
   }
   std::weak_ptr<RecordSession> weak = weak_from_this();
-  levelTimer_ = timerQueue_.addTimer(std::chrono::milliseconds(100), [weak] {
-    if (auto self = weak.lock()) self->tick();
-  });
+  const auto start = std::chrono::steady_clock::now();  // both timers count from here
+  levelTimer_ = timerQueue_.addTimer(
+      std::chrono::milliseconds(100),
+      [weak] {
+        if (auto self = weak.lock()) self->tick();
+      },
+      start);
   if (mixer_) {
     mixer_->reset();
     {
       std::lock_guard<std::mutex> held(lock_);
       mixLastTick_ = clock_.nowNanos();
     }
-    mixTimer_ = timerQueue_.addTimer(std::chrono::milliseconds(50), [weak] {
-      if (auto self = weak.lock()) self->mixTick();
-    });
+    mixTimer_ = timerQueue_.addTimer(
+        std::chrono::milliseconds(50),
+        [weak] {
+          if (auto self = weak.lock()) self->mixTick();
+        },
+        start);
   }
 }
 

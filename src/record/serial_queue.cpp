@@ -41,13 +41,13 @@ void SerialQueue::sync(const Task& task) {
   done.get_future().wait();
 }
 
-SerialQueue::TimerId SerialQueue::addTimer(std::chrono::nanoseconds interval, Task handler) {
+SerialQueue::TimerId SerialQueue::addTimer(std::chrono::nanoseconds interval, Task handler,
+                                           std::chrono::steady_clock::time_point start) {
   TimerId id;
   {
     std::lock_guard<std::mutex> held(state_->lock);
     id = state_->nextTimer++;
-    state_->timers[id] =
-        Timer{std::chrono::steady_clock::now() + interval, interval, std::move(handler)};
+    state_->timers[id] = Timer{start + interval, interval, std::move(handler)};
   }
   state_->wake.notify_all();
   return id;
@@ -70,10 +70,15 @@ void SerialQueue::work(const std::shared_ptr<State>& state) {
       held.lock();
       continue;
     }
-    // The timer due first, if any.
+    // The timer due first, if any; of timers due at the same moment, the more frequent one
+    // first (so the mix is drained before the level is reported at the same instant).
     auto due = state->timers.end();
     for (auto it = state->timers.begin(); it != state->timers.end(); ++it) {
-      if (due == state->timers.end() || it->second.deadline < due->second.deadline) due = it;
+      if (due == state->timers.end() || it->second.deadline < due->second.deadline ||
+          (it->second.deadline == due->second.deadline &&
+           it->second.interval < due->second.interval)) {
+        due = it;
+      }
     }
     if (due == state->timers.end()) {
       state->wake.wait(held);

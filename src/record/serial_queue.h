@@ -37,8 +37,12 @@ class SerialQueue {
 
   // Runs `handler` first at now + `interval`, then every `interval` after that deadline (the
   // deadlines do not drift with the handler's run time; deadlines missed while the queue was
-  // busy run once, late). Any thread.
-  TimerId addTimer(std::chrono::nanoseconds interval, Task handler);
+  // busy run once, late). Of timers due at the same moment, the one with the shorter interval
+  // runs first. Any thread.
+  // `start` is the moment the interval is counted from (now when left out), so that timers
+  // created together keep their deadlines in step.
+  TimerId addTimer(std::chrono::nanoseconds interval, Task handler,
+                   std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now());
 
   // Stops a timer; its handler does not start again after this returns (one that is running
   // now finishes). Unknown ids are ignored. Any thread, tasks of this queue included.

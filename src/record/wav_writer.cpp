@@ -165,6 +165,10 @@ void WavWriter::finish() {
   auto held = hold();
   if (closed_) return;
   writeHeaderLocked(held);
+  // A block that failed part-way (a full disk) may have left bytes past the write position,
+  // which is where the data written in full ends: cut them off.
+  const off_t end = ::lseek(fd_, 0, SEEK_CUR);
+  if (end >= off_t(kHeaderBytes)) (void)::ftruncate(fd_, end);
   (void)::fsync(fd_);
   (void)::close(fd_);
   fd_ = -1;

@@ -62,8 +62,9 @@ class WavWriter {
   // `hold()` (a different lock aborts).
   void writeHeaderLocked(const std::unique_lock<std::mutex>& held);
 
-  // Writes the final header, syncs the file to disk and closes it; failures are ignored.
-  // Idempotent.
+  // Writes the final header, cuts off any bytes past the end of the last block written in full
+  // (left by a write that failed part-way), syncs the file to disk and closes it; failures are
+  // ignored. Idempotent.
   void finish();
 
   const std::string& path() const { return path_; }
