@@ -5,7 +5,9 @@
 find_package(Python3 REQUIRED COMPONENTS Interpreter)
 set(TALLOWBROOK_SOUND_SERVER "${PROJECT_SOURCE_DIR}/../shared/tools/test-sound-server")
 # Subcommands every copy of the reference shows an example of.
-set(PROTOCOL_REQUIRED "capabilities,vision-ocr,pdf-page,pdf-text,record,speak,rtf-text,mcp-bridge,text-pdf")
+set(PROTOCOL_REQUIRED "capabilities,vision-ocr,pdf-page,pdf-text,answer,record,speak,rtf-text,mcp-bridge,text-pdf")
+# Inputs of examples that are made by the build: answer's tiny scripted model (tests/answer.cmake).
+set(PROTOCOL_TEST_MODEL ${ANSWER_MODEL_DIR}/reply.gguf)
 
 add_test(NAME package.protocol
   COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/cli/protocol_examples.py
@@ -13,6 +15,7 @@ add_test(NAME package.protocol
     --doc ${PROJECT_SOURCE_DIR}/docs/protocol.md
     --examples ${PROJECT_SOURCE_DIR}/examples
     --sound-server ${TALLOWBROOK_SOUND_SERVER}
+    --env TALLOWBROOK_TEST_MODEL=${PROTOCOL_TEST_MODEL}
     --require ${PROTOCOL_REQUIRED})
 set_tests_properties(package.protocol PROPERTIES TIMEOUT 300)
 
@@ -25,6 +28,6 @@ if(NOT TALLOWBROOK_SANITIZE)
     COMMAND ${CMAKE_COMMAND} -E env CPACK=${CMAKE_CPACK_COMMAND} CMAKE=${CMAKE_COMMAND}
       bash ${CMAKE_CURRENT_SOURCE_DIR}/cli/package_test.sh ${CMAKE_BINARY_DIR}
       ${CMAKE_CURRENT_SOURCE_DIR}/cli/protocol_examples.py ${TALLOWBROOK_SOUND_SERVER}
-      ${PROTOCOL_REQUIRED})
+      ${PROTOCOL_REQUIRED} TALLOWBROOK_TEST_MODEL=${PROTOCOL_TEST_MODEL})
   set_tests_properties(package.deb PROPERTIES TIMEOUT 600 LABELS package)
 endif()

@@ -1,7 +1,8 @@
 # Install-time tidying of the model runner's node_modules (installed by src/answer), so the
 # package holds what runs and nothing that Debian's rules forbid in an installed package:
 #   - editor, linter and version-control leftovers of npm packages are removed;
-#   - scripts (a "#!" line) are executable, other non-ELF files are not;
+#   - folders are 0755 whatever the umask of the checkout was; scripts (a "#!" line) are
+#     executable, other non-ELF files are not;
 #   - prebuilt ELF files (llama.cpp's libraries and Node addon) are stripped like our own
 #     binaries when the install strips (cmake --install --strip, CPack), and the empty entry
 #     in their RUNPATH ("$ORIGIN:", which means the current directory) is dropped, so that a
@@ -11,9 +12,15 @@ set(runner "$ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/lib/tallowbrook-helper/model-ru
 if(NOT IS_DIRECTORY "${runner}")
   return()
 endif()
-file(GLOB_RECURSE files LIST_DIRECTORIES false "${runner}/*")
+set(executable OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ
+    WORLD_EXECUTE)
+file(GLOB_RECURSE files LIST_DIRECTORIES true "${runner}/*")
+file(CHMOD "${runner}" PERMISSIONS ${executable})
 foreach(file IN LISTS files)
   if(IS_SYMLINK "${file}")
+    continue()
+  elseif(IS_DIRECTORY "${file}")
+    file(CHMOD "${file}" PERMISSIONS ${executable})
     continue()
   endif()
   get_filename_component(name "${file}" NAME)
@@ -37,8 +44,7 @@ foreach(file IN LISTS files)
       endif()
     endif()
   elseif(head MATCHES "^2321")
-    file(CHMOD "${file}" PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ
-         GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+    file(CHMOD "${file}" PERMISSIONS ${executable})
   else()
     file(CHMOD "${file}" PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
   endif()

@@ -3,16 +3,19 @@
 # scratch root (a prefix that is not /usr) and runs every example of its own protocol
 # reference from the extracted copy, in a scratch folder, with nothing from the source tree.
 #
-#   package_test.sh BUILD_DIR CHECKER SOUND_SERVER REQUIRED_WORDS
+#   package_test.sh BUILD_DIR CHECKER SOUND_SERVER REQUIRED_WORDS [NAME=FILE]...
 #
 # CHECKER is tests/cli/protocol_examples.py (copied into the scratch folder before use),
 # SOUND_SERVER the test sound server script, REQUIRED_WORDS the subcommands that must have an
-# example. Exit status 0 when every check passed.
+# example; each NAME=FILE is an input made by the build (answer's test model) that is copied
+# into the scratch folder and named to the examples as $NAME. Exit status 0 when every check
+# passed.
 set -euo pipefail
 build=$(cd "$1" && pwd)
 checker=$2
 sound_server=$3
 required=$4
+shift 4
 
 work=$(mktemp -d /tmp/package-test.XXXXXX)
 trap 'rm -rf "$work"' EXIT
@@ -74,7 +77,8 @@ check "the manual page" test -f "$prefix/share/man/man1/tallowbrook-helper.1.gz"
 for file in protocol.md copyright changelog.Debian.gz examples/scan.png examples/letter.rtf examples/notes.json; do
   check "share/doc/tallowbrook-helper/$file" test -f "$docs/$file"
 done
-# No file in the package points the loader outside the package (a build folder) or at the
+# No ELF file (an executable, a shared object or a Node addon) in the package points the
+# loader outside the package (a build folder) or at the
 # current directory (an empty entry): only entries relative to $ORIGIN are allowed.
 elf_with_path=""
 while IFS= read -r -d '' file; do
@@ -86,7 +90,7 @@ while IFS= read -r -d '' file; do
       [[ "$entry" == '$ORIGIN'* ]] || { elf_with_path+=" ${file#"$root"} ($path)"; break; }
     done
   fi
-done < <(find "$root" -type f -print0)
+done < <(find "$root" -type f \( -perm -u+x -o -name '*.so*' -o -name '*.node' \) -print0)
 check "no RPATH or RUNPATH outside \$ORIGIN${elf_with_path}" test -z "$elf_with_path"
 
 section "the manual page"
@@ -100,12 +104,17 @@ for word in capabilities vision-ocr pdf-page pdf-text answer record speak rtf-te
 done
 
 section "every example of the installed reference, run by the installed helper"
-mkdir "$work/elsewhere"
+mkdir "$work/elsewhere" "$work/inputs"
 cp "$checker" "$work/elsewhere/protocol_examples.py"
+inputs=()
+for input in "$@"; do
+  cp "${input#*=}" "$work/inputs/"
+  inputs+=(--env "${input%%=*}=$work/inputs/$(basename "${input#*=}")")
+done
 cd "$work/elsewhere"
 check "protocol examples" python3 protocol_examples.py --helper "$helper" \
   --doc "$docs/protocol.md" --examples "$docs/examples" --sound-server "$sound_server" \
-  --require "$required"
+  --require "$required" "${inputs[@]}"
 # The modules come from the extracted prefix, found beside the executable.
 cp "$docs/examples/notes.json" .
 "$helper" text-pdf notes.pdf <notes.json >/dev/null
