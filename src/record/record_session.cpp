@@ -335,6 +335,12 @@ void RecordSession::stop() {
                   {"channels", 1}});
   std::lock_guard<std::mutex> held(lock_);
   completed_ = true;
+  completedChanged_.notify_all();
+}
+
+void RecordSession::waitUntilCompleted() {
+  std::unique_lock<std::mutex> held(lock_);
+  completedChanged_.wait(held, [this] { return completed_; });
 }
 
 bool RecordSession::completed() {

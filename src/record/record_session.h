@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -67,6 +68,8 @@ class RecordSession : public std::enable_shared_from_this<RecordSession> {
   void stop();
   // Whether stop() has finished. Any thread.
   bool completed();
+  // Blocks until stop() has finished. Any thread but the timer queue.
+  void waitUntilCompleted();
 
   // The level tick and the mix tick (timer queue; tests call them directly).
   void tick();
@@ -102,10 +105,11 @@ class RecordSession : public std::enable_shared_from_this<RecordSession> {
   std::unique_ptr<Mixer> mixer_;
   std::optional<SerialQueue::TimerId> levelTimer_;
   std::optional<SerialQueue::TimerId> mixTimer_;
-  double mixCarry_ = 0;           // guarded by lock_
-  uint64_t mixLastTick_;          // guarded by lock_
-  int headerFlushCountdown_ = 0;  // timer queue only
-  bool completed_ = false;        // guarded by lock_
+  double mixCarry_ = 0;                       // guarded by lock_
+  uint64_t mixLastTick_;                      // guarded by lock_
+  int headerFlushCountdown_ = 0;              // timer queue only
+  bool completed_ = false;                    // guarded by lock_
+  std::condition_variable completedChanged_;  // notified under lock_ when completed_ is set
   SerialQueue timerQueue_;
 };
 

@@ -80,7 +80,7 @@ void start(const StartOptions& options, RecordPlatform& platform) {
     session->stop();
   }).detach();
 
-  while (!session->completed()) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  session->waitUntilCompleted();
   std::fflush(stdout);
   _exit(0);
 }
