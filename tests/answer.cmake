@@ -41,3 +41,8 @@ add_dependencies(answer-cli-tests tallowbrook-helper tallowbrook-answer model-ru
 # the runner's 30-second no-progress limit.
 gtest_discover_tests(answer-cli-tests TEST_PREFIX "answer.cli." DISCOVERY_TIMEOUT 60
                      PROPERTIES TIMEOUT 300 LABELS slow)
+
+# Fuzzer (scripts/fuzz): the request decoder and the delta rule.
+include(${CMAKE_CURRENT_LIST_DIR}/fuzz/fuzz.cmake)
+tallowbrook_fuzz_target(answer_stream SOURCES fuzz/answer_stream_fuzz.cpp
+                        LIBRARIES tallowbrook-answer-impl tallowbrook-core)
