@@ -10,17 +10,19 @@ namespace tallowbrook::Answer {
 // Looks up an environment variable; nothing when unset. Lets tests pass their own environment.
 using GetEnv = std::optional<std::string> (*)(const char* name);
 
-// The process environment (std::getenv).
+// The process environment (std::getenv). Main thread only, as anything reading the environment.
 std::optional<std::string> processEnv(const char* name);
 
 // The model file to use: $TALLOWBROOK_MODEL when set and not empty; otherwise
 // $XDG_DATA_HOME/tallowbrook/model.gguf (XDG_DATA_HOME unset, empty or relative:
 // $HOME/.local/share) when that file exists; otherwise /usr/share/tallowbrook/model.gguf. The
-// result need not exist. `exists` says whether a path names an existing file.
+// result need not exist. `exists` says whether a path names an existing file. Any thread that
+// may call `env`.
 std::string modelPath(GetEnv env, bool (*exists)(const std::string& path));
 
 // The Node executable: $TALLOWBROOK_NODE when set and not empty (used as given), else the first
-// executable `node` or `nodejs` in $PATH. Nothing when none is found.
+// executable `node` or `nodejs` in $PATH (an empty entry is the current folder). Nothing when none
+// is found. Any thread that may call `env`.
 std::optional<std::string> nodePath(GetEnv env);
 
 // The runner's folder for an executable at `executablePath`:
