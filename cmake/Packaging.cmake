@@ -70,9 +70,13 @@ images and as positioned text (Poppler), RTF files as text, text typeset into
 PDF (Pango and cairo), speech (espeak-ng), audio recording (PulseAudio or
 PipeWire), answers from a local language model, and a bridge between desktop AI
 clients and the application's Model Context Protocol endpoint.")
-# Library dependencies come from dpkg-shlibdeps on the executable and the modules; the data
-# and programs the helper uses at run time are named here.
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# Library dependencies come from dpkg-shlibdeps on the executable, the modules and the model
+# runner's libraries (cmake/packaging/package-config.cmake.in, run by cpack); the data and
+# programs the helper uses at run time are named here.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS OFF)
+configure_file(${PROJECT_SOURCE_DIR}/cmake/packaging/package-config.cmake.in
+               ${CMAKE_BINARY_DIR}/CPackProjectConfig.cmake @ONLY)
+set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_BINARY_DIR}/CPackProjectConfig.cmake)
 set(TALLOWBROOK_RUNTIME_DEPENDS
   # vision-ocr: English recognition data and orientation detection.
   tesseract-ocr-eng tesseract-ocr-osd

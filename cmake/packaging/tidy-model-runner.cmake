@@ -8,6 +8,7 @@
 #     in their RUNPATH ("$ORIGIN:", which means the current directory) is dropped, so that a
 #     library in the folder the helper runs in is never loaded.
 # TALLOWBROOK_STRIP is the strip program, set by the install(CODE) that includes this file.
+cmake_policy(SET CMP0007 NEW)  # lists keep their empty elements
 set(runner "$ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/lib/tallowbrook-helper/model-runner")
 if(NOT IS_DIRECTORY "${runner}")
   return()
