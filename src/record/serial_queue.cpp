@@ -25,10 +25,10 @@ SerialQueue::~SerialQueue() {
 }
 
 void SerialQueue::async(Task task) {
-  {
-    std::lock_guard<std::mutex> held(state_->lock);
-    state_->tasks.push_back(std::move(task));
-  }
+  // Notified under the lock: once it is released the task may run and even destroy this
+  // queue, so nothing of it is touched afterwards.
+  std::lock_guard<std::mutex> held(state_->lock);
+  state_->tasks.push_back(std::move(task));
   state_->wake.notify_all();
 }
 
@@ -43,12 +43,9 @@ void SerialQueue::sync(const Task& task) {
 
 SerialQueue::TimerId SerialQueue::addTimer(std::chrono::nanoseconds interval, Task handler,
                                            std::chrono::steady_clock::time_point start) {
-  TimerId id;
-  {
-    std::lock_guard<std::mutex> held(state_->lock);
-    id = state_->nextTimer++;
-    state_->timers[id] = Timer{start + interval, interval, std::move(handler)};
-  }
+  std::lock_guard<std::mutex> held(state_->lock);
+  const TimerId id = state_->nextTimer++;
+  state_->timers[id] = Timer{start + interval, interval, std::move(handler)};
   state_->wake.notify_all();
   return id;
 }

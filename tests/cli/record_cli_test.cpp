@@ -224,12 +224,17 @@ TEST(RecordCommand, BothInputsAreMixed) {
   const auto heard = audible(samples, 2000);
   ASSERT_GT(heard.size(), 48000u);
   // The middle second holds both tones, each at its own level (amplitude 0.3: power 0.0225).
+  // A source that falls behind on a busy machine is padded with silence for a moment, which
+  // takes a little of either tone's power: the bounds leave room for that.
   const std::vector<int16_t> middle(heard.begin() + long(heard.size() / 2) - 24000,
                                     heard.begin() + long(heard.size() / 2) + 24000);
-  EXPECT_NEAR(goertzel(middle, 1000), 0.0225, 0.006);
-  EXPECT_NEAR(goertzel(middle, 440), 0.0225, 0.006);
-  EXPECT_LT(goertzel(middle, 700), 0.0005);
-  EXPECT_NEAR(rms(middle), 0.3, 0.03) << "two independent tones of rms 0.212 each";
+  const double mic = goertzel(middle, 1000), system = goertzel(middle, 440);
+  EXPECT_GT(mic, 0.014);
+  EXPECT_LT(mic, 0.026);
+  EXPECT_GT(system, 0.014);
+  EXPECT_LT(system, 0.026);
+  EXPECT_LT(goertzel(middle, 700), 0.002);
+  EXPECT_NEAR(rms(middle), 0.3, 0.05) << "two independent tones of rms 0.212 each";
 }
 
 TEST(RecordCommand, LevelLinesEveryHundredMilliseconds) {
@@ -347,6 +352,30 @@ TEST(RecordCommand, DeviceSelection) {
   std::this_thread::sleep_for(std::chrono::milliseconds(300));
   stopRecording(*trailing);
   EXPECT_TRUE(ofType(trailing->jsonLines(), "record-warning").empty());
+}
+
+TEST(RecordCommand, ANewDefaultSourceIsFollowedAndItsRateConverted) {
+  SoundServer server;
+  ASSERT_TRUE(server.started());
+  const std::string out = server.file("switch.wav");
+  auto recording = startRecording(server, {"--out", out});
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  server.run({"pactl", "set-default-source", "mic2"});
+  auto changed = recording->waitFor(
+      [](const json& l) { return l.value("message", "").find("changed") != std::string::npos; },
+      5000);
+  ASSERT_TRUE(changed.has_value());
+  EXPECT_EQ((*changed)["message"], "the input device changed. Recording continues at 44100 Hz.");
+  auto moved = recording->waitFor(
+      [](const json& l) { return l.value("message", "").find("moved") != std::string::npos; },
+      5000);
+  ASSERT_TRUE(moved.has_value());
+  EXPECT_EQ((*moved)["message"],
+            "the input moved from 48000 Hz to 44100 Hz; it is being converted to 48000 Hz so the "
+            "file stays one recording.");
+  const json stopped = stopRecording(*recording);
+  expectStoppedMatchesFile(stopped, out);
+  EXPECT_EQ(ofType(recording->jsonLines(), "record-warning").size(), 2u);
 }
 
 TEST(RecordCommand, LidDiagnosticsOnlyWithTheVariableSetToOne) {
