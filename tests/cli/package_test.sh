@@ -50,11 +50,18 @@ for package in libc6 libstdc++6 libtesseract5 liblept5 libpoppler-cpp0v5 libspng
   tesseract-ocr-eng tesseract-ocr-osd fonts-dejavu-core; do
   check "Depends names $package" grep -qxF -- "$package" <<<"$names"
 done
-# Every dependency is a real Debian package: installed here by scripts/install-deps, or known to
-# apt (Node.js may come from elsewhere on a developer's machine).
+# With the model runner, answer needs Node.js, and its module ICU.
+contents=$(dpkg-deb --contents "$deb")
+if grep -q 'lib/tallowbrook-helper/model-runner/runner.mjs$' <<<"$contents"; then
+  for package in nodejs libicu72; do
+    check "Depends names $package" grep -qxF -- "$package" <<<"$names"
+  done
+fi
 # apt resolves the package's dependencies on this Debian machine (nothing is installed).
 check "apt-get install --simulate accepts the package" \
   bash -c "apt-get install --simulate '$deb' >'$work/apt.log' 2>&1 || { cat '$work/apt.log'; false; }"
+# Every dependency is a real Debian package: installed here by scripts/install-deps, or known to
+# apt (Node.js may come from elsewhere on a developer's machine).
 for name in $names; do
   check "dependency $name is a Debian package" \
     bash -c "dpkg-query -W -f='\${Status}' '$name' 2>/dev/null | grep -q 'install ok installed' ||
