@@ -115,6 +115,13 @@ TEST(Answer, ExtraKeysAreIgnored) {
   EXPECT_EQ(extra.out, plain.out);
 }
 
+TEST(Answer, FurtherArgumentsAreIgnored) {
+  auto run = runHelper({"answer", "--model", "/elsewhere.gguf", "more"},
+                       withModel(kSilent, R"({"system":"","user":"u"})"));
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.out, "{\"type\":\"done\"}\n");
+}
+
 TEST(Answer, MaxTokensLimitsTheAnswer) {
   auto run = answer(kLoop, R"({"system":"","user":"Count.","maxTokens":5})");
   EXPECT_EQ(join(deltasThenDone(run)), repeat(" tick", 5));
