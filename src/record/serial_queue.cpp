@@ -45,7 +45,8 @@ SerialQueue::TimerId SerialQueue::addTimer(std::chrono::nanoseconds interval, Ta
                                            std::chrono::steady_clock::time_point start) {
   std::lock_guard<std::mutex> held(state_->lock);
   const TimerId id = state_->nextTimer++;
-  state_->timers[id] = Timer{start + interval, interval, std::move(handler)};
+  state_->timers[id] =
+      Timer{start + interval, interval, std::make_shared<const Task>(std::move(handler))};
   state_->wake.notify_all();
   return id;
 }
@@ -88,9 +89,9 @@ void SerialQueue::work(const std::shared_ptr<State>& state) {
     }
     Timer& timer = due->second;
     while (timer.deadline <= now) timer.deadline += timer.interval;
-    Task handler = timer.handler;  // a copy: the timer may be cancelled while it runs
+    std::shared_ptr<const Task> handler = timer.handler;  // the timer may be cancelled meanwhile
     held.unlock();
-    handler();
+    (*handler)();
     handler = nullptr;
     held.lock();
   }

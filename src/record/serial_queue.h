@@ -55,7 +55,7 @@ class SerialQueue {
   struct Timer {
     std::chrono::steady_clock::time_point deadline;
     std::chrono::nanoseconds interval;
-    Task handler;
+    std::shared_ptr<const Task> handler;  // shared, so a run takes no copy of the function
   };
   struct State {
     std::mutex lock;
