@@ -245,14 +245,43 @@ TEST(TextPdfPageWriter, PagesComeOutInOrder) {
   EXPECT_TRUE(samePdf(written, expected.finish()));
 }
 
+TEST(TextPdfScaledFonts, TheFirstOfEqualFontsStandsForThemAndOthersStayApart) {
+  // Two threads' font maps can each make a scaled font for the same face and size (cairo makes
+  // two when both ask at once); the registry hands out the first one for both.
+  cairo_font_face_t* face =
+      cairo_toy_font_face_create("DejaVu Serif", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
+  cairo_font_options_t* options = cairo_font_options_create();
+  cairo_matrix_t identity;
+  cairo_matrix_init_identity(&identity);
+  cairo_matrix_t size11;
+  cairo_matrix_init_scale(&size11, 11.5, 11.5);
+  cairo_matrix_t size8;
+  cairo_matrix_init_scale(&size8, 8, 8);
+  cairo_scaled_font_t* a = cairo_scaled_font_create(face, &size11, &identity, options);
+  cairo_scaled_font_t* b = cairo_scaled_font_create(face, &size8, &identity, options);
+  {
+    ScaledFonts fonts;
+    EXPECT_EQ(fonts.canonical(a), a);
+    EXPECT_EQ(fonts.canonical(b), b);
+    EXPECT_EQ(fonts.canonical(a), a);
+    cairo_scaled_font_destroy(a);  // the registry still holds it
+    EXPECT_EQ(cairo_scaled_font_status(fonts.canonical(b)), CAIRO_STATUS_SUCCESS);
+    EXPECT_EQ(cairo_scaled_font_get_reference_count(a), 1u);
+  }
+  cairo_scaled_font_destroy(b);
+  cairo_font_options_destroy(options);
+  cairo_font_face_destroy(face);
+}
+
 TEST(TextPdfParagraphLayout, AnotherFontMapGivesTheSameLinesAndFonts) {
   // The layout thread has a font map of its own; its lines must be the ones this thread would
-  // make, down to the fonts cairo embeds (one subset per font face).
+  // make, down to the scaled fonts cairo draws with.
   MemoryPdf pdf;
   PangoContext* here = makeContext(pdf.cairo, false);
   PangoContext* other = makeContext(pdf.cairo, true);
-  FontCache hereFonts;
-  FontCache otherFonts;
+  ScaledFonts shared;
+  FontCache hereFonts(&shared);
+  FontCache otherFonts(&shared);
   const Style serif{Face::serif, 11.5, 0, 4, 0, 1.25};
   const Style mono{Face::mono, 8, 0.35, 1, 6, 1.25};
   for (const char* text :
@@ -275,8 +304,8 @@ TEST(TextPdfParagraphLayout, AnotherFontMapGivesTheSameLinesAndFonts) {
         for (std::size_t r = 0; r < a[l].runs.size(); ++r) {
           const GlyphRun& x = a[l].runs[r];
           const GlyphRun& y = b[l].runs[r];
-          EXPECT_EQ(cairo_scaled_font_get_font_face(x.font),
-                    cairo_scaled_font_get_font_face(y.font));
+          // One scaled font for both: cairo then writes each font once.
+          EXPECT_EQ(x.font, y.font);
           EXPECT_EQ(x.text, y.text);
           EXPECT_EQ(x.originX, y.originX);
           ASSERT_EQ(x.glyphs.size(), y.glyphs.size());

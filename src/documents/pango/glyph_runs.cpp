@@ -5,6 +5,49 @@
 
 namespace tallowbrook::TextPdf {
 
+ScaledFonts::~ScaledFonts() {
+  for (cairo_scaled_font_t* font : fonts_) cairo_scaled_font_destroy(font);
+}
+
+namespace {
+
+bool sameMatrix(const cairo_matrix_t& a, const cairo_matrix_t& b) {
+  return a.xx == b.xx && a.yx == b.yx && a.xy == b.xy && a.yy == b.yy && a.x0 == b.x0 &&
+         a.y0 == b.y0;
+}
+
+// Whether `a` and `b` draw the same glyphs the same way: same face, size, transformation and
+// options.
+bool sameScaledFont(cairo_scaled_font_t* a, cairo_scaled_font_t* b) {
+  if (cairo_scaled_font_get_font_face(a) != cairo_scaled_font_get_font_face(b)) return false;
+  cairo_matrix_t ma, mb;
+  cairo_scaled_font_get_font_matrix(a, &ma);
+  cairo_scaled_font_get_font_matrix(b, &mb);
+  if (!sameMatrix(ma, mb)) return false;
+  cairo_scaled_font_get_ctm(a, &ma);
+  cairo_scaled_font_get_ctm(b, &mb);
+  if (!sameMatrix(ma, mb)) return false;
+  cairo_font_options_t* oa = cairo_font_options_create();
+  cairo_font_options_t* ob = cairo_font_options_create();
+  cairo_scaled_font_get_font_options(a, oa);
+  cairo_scaled_font_get_font_options(b, ob);
+  bool same = cairo_font_options_equal(oa, ob);
+  cairo_font_options_destroy(oa);
+  cairo_font_options_destroy(ob);
+  return same;
+}
+
+}  // namespace
+
+cairo_scaled_font_t* ScaledFonts::canonical(cairo_scaled_font_t* font) {
+  std::lock_guard lock(mutex_);
+  for (cairo_scaled_font_t* held : fonts_) {
+    if (held == font || sameScaledFont(held, font)) return held;
+  }
+  fonts_.push_back(cairo_scaled_font_reference(font));
+  return font;
+}
+
 FontCache::~FontCache() {
   for (auto& [font, scaled] : fonts_) {
     if (scaled) cairo_scaled_font_destroy(scaled);
@@ -19,6 +62,7 @@ cairo_scaled_font_t* FontCache::scaledFont(PangoFont* font) {
   if (PANGO_IS_CAIRO_FONT(font)) {
     scaled = pango_cairo_font_get_scaled_font(PANGO_CAIRO_FONT(font));
     if (scaled && cairo_scaled_font_status(scaled) == CAIRO_STATUS_SUCCESS) {
+      if (shared_) scaled = shared_->canonical(scaled);
       cairo_scaled_font_reference(scaled);
     } else {
       scaled = nullptr;

@@ -7,6 +7,7 @@
 #include <cairo.h>
 #include <pango/pangocairo.h>
 
+#include <mutex>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -31,13 +32,35 @@ struct GlyphRun {
 // The runs of one page, in drawing order.
 using PageRuns = std::vector<GlyphRun>;
 
+// Scaled fonts shared by the FontCaches of several threads. Each thread's Pango font map makes
+// its own scaled font for a font; the first one met for a face, size and options stands for all
+// equal ones, so cairo writes each font once (its subsetting mishandles one face reached
+// through several scaled fonts). Any thread.
+class ScaledFonts {
+ public:
+  ScaledFonts() = default;
+  ScaledFonts(const ScaledFonts&) = delete;
+  ScaledFonts& operator=(const ScaledFonts&) = delete;
+  ~ScaledFonts();
+
+  // The held scaled font equal to `font` (`font` itself, held, when it is the first). Locks
+  // mutex_.
+  cairo_scaled_font_t* canonical(cairo_scaled_font_t* font);
+
+ private:
+  std::mutex mutex_;                         // guards fonts_
+  std::vector<cairo_scaled_font_t*> fonts_;  // one reference each
+};
+
 // The cairo scaled font of each Pango font met so far, each held (and the Pango font with it,
 // so a pointer never names two fonts) until the cache is destroyed. Typesetting thread only;
 // the scaled fonts it hands out may be used on any thread (cairo locks them) while the cache
 // lives.
 class FontCache {
  public:
-  FontCache() = default;
+  // With `shared`, equal scaled fonts of other caches sharing it come out as one; `shared`
+  // must outlive the cache and every use of its fonts.
+  explicit FontCache(ScaledFonts* shared = nullptr) : shared_(shared) {}
   FontCache(const FontCache&) = delete;
   FontCache& operator=(const FontCache&) = delete;
   ~FontCache();
@@ -46,6 +69,7 @@ class FontCache {
   cairo_scaled_font_t* scaledFont(PangoFont* font);
 
  private:
+  ScaledFonts* shared_;
   std::unordered_map<PangoFont*, cairo_scaled_font_t*> fonts_;
 };
 

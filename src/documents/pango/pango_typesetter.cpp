@@ -296,10 +296,11 @@ class PangoDocument final : public Document {
   PangoContext* context_ = nullptr;       // this thread's
   PangoContext* aheadContext_ = nullptr;  // the layout thread's, with its own font map
   std::vector<Paragraph> paragraphs_;     // each one's lines: see prepare()
-  FontCache fonts_;       // this thread's; both caches outlive writer_, which uses their fonts
-  FontCache aheadFonts_;  // the layout thread's
-  PageRuns page_;         // the current page's runs
-  PangoLayout* lineLayout_ = nullptr;  // drawLine's layout, set in lineStyle_
+  ScaledFonts scaledFonts_;               // what both caches hand out; outlives them
+  FontCache fonts_{&scaledFonts_};        // this thread's; both caches outlive writer_
+  FontCache aheadFonts_{&scaledFonts_};   // the layout thread's
+  PageRuns page_;                         // the current page's runs
+  PangoLayout* lineLayout_ = nullptr;     // drawLine's layout, set in lineStyle_
   Style lineStyle_;
   std::unique_ptr<PageWriter> writer_;
 
