@@ -5,6 +5,7 @@ add_executable(unit-record-tests
   unit/box_test.cpp
   unit/meter_test.cpp
   unit/mixer_test.cpp
+  unit/record_equal_rate_test.cpp
   unit/record_mic_source_test.cpp
   unit/record_microphone_route_test.cpp
   unit/record_session_test.cpp

@@ -171,6 +171,41 @@ class SoxrConverter final : public PlatformConverter {
   bool ending_ = false;  // end of stream seen, flush not finished
 };
 
+// Equal rates: nothing to resample, so only the channels are folded and the samples turned
+// into 16-bit (rounded to nearest, clipped), one buffer at a time, with no delay. Keeps what
+// did not fit into the output for the next call.
+class FoldConverter final : public PlatformConverter {
+ public:
+  std::optional<std::string> convert(OutputBuffer& output, const InputBlock& input) override {
+    std::lock_guard<std::mutex> held(lock_);
+    output.samples.reserve(output.frameCapacity);
+    for (;;) {
+      while (pendingFrom_ < pending_.size() && output.samples.size() < output.frameCapacity) {
+        const float scaled = pending_[pendingFrom_++] * 32768.0f;
+        const long rounded = std::lrint(scaled);
+        output.samples.push_back(static_cast<int16_t>(rounded > 32767    ? 32767
+                                                      : rounded < -32768 ? -32768
+                                                                         : rounded));
+      }
+      if (pendingFrom_ < pending_.size()) return std::nullopt;  // no room left: the rest waits
+      pending_.clear();
+      pendingFrom_ = 0;
+      InputStatus status = InputStatus::noDataNow;
+      const size_t room = output.frameCapacity > output.samples.size()
+                              ? output.frameCapacity - output.samples.size()
+                              : 0;
+      const PcmBuffer* buffer = input(static_cast<uint32_t>(room), status);
+      if (status != InputStatus::haveData || buffer == nullptr) return std::nullopt;
+      foldToMono(*buffer, pending_);
+    }
+  }
+
+ private:
+  std::mutex lock_;             // serialises calls; guards everything below
+  std::vector<float> pending_;  // folded input from pendingFrom_ on not yet handed out
+  size_t pendingFrom_ = 0;
+};
+
 }  // namespace
 
 std::shared_ptr<PlatformConverter> makeSoxrConverter(const AudioFormat& from,
@@ -184,6 +219,7 @@ std::shared_ptr<PlatformConverter> makeSoxrConverter(const AudioFormat& from,
   if (to.type != SampleType::s16 || to.channels != 1 || !rateSupported(to.sampleRate)) {
     return nullptr;
   }
+  if (from.sampleRate == to.sampleRate) return std::make_shared<FoldConverter>();
   soxr_io_spec_t io = soxr_io_spec(SOXR_FLOAT32_I, SOXR_INT16_I);
   io.flags |= SOXR_NO_DITHER;  // dither is random: the same input must give the same file
   const soxr_quality_spec_t quality = soxr_quality_spec(SOXR_HQ, 0);

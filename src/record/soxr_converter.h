@@ -18,8 +18,10 @@ inline constexpr uint32_t kMaxConvertedChannels = 1024;
 // [kMinConvertedRate, kMaxConvertedRate]) to `to` (s16 mono, a rate within the same range).
 // Channels are averaged to one; float input is taken as it stands (NaN as silence, beyond
 // full scale clipped at the output). Then one libsoxr resampler (high quality, no dither, so
-// runs are reproducible, one thread) does the rate and the conversion to 16 bits. Returns null
-// for any other pair of formats or when libsoxr refuses. Any thread.
+// runs are reproducible, one thread) does the rate and the conversion to 16 bits; at equal
+// rates there is nothing to resample and the folded samples are rounded to 16 bits directly
+// (no filter, no delay). Returns null for any other pair of formats or when libsoxr refuses.
+// Any thread.
 std::shared_ptr<PlatformConverter> makeSoxrConverter(const AudioFormat& from,
                                                      const AudioFormat& to);
 
