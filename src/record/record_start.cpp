@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <iostream>
 #include <string>
+#include <string_view>
 #include <thread>
 
 #include "cli/fail.h"
@@ -17,13 +18,30 @@
 namespace tallowbrook::Record {
 namespace {
 
+// The length of the horizontal white space character (tab, or a Unicode space separator in
+// UTF-8) at the start of `text`, or 0. Line breaks are not white space here.
+size_t spaceAt(std::string_view text) {
+  static constexpr std::string_view kSpaces[] = {
+      " ",      "\t",     "\u00a0", "\u1680", "\u2000", "\u2001", "\u2002", "\u2003", "\u2004",
+      "\u2005", "\u2006", "\u2007", "\u2008", "\u2009", "\u200a", "\u202f", "\u205f", "\u3000"};
+  for (std::string_view space : kSpaces) {
+    if (text.substr(0, space.size()) == space) return space.size();
+  }
+  return 0;
+}
+
+size_t spaceBefore(std::string_view text) {
+  for (size_t length = 1; length <= 3 && length <= text.size(); ++length) {
+    if (spaceAt(text.substr(text.size() - length)) == length) return length;
+  }
+  return 0;
+}
+
 std::string trimmed(const std::string& line) {
-  // Horizontal space only: line breaks are not trimmed.
-  const auto isSpace = [](char c) { return c == ' ' || c == '\t' || c == '\v' || c == '\f'; };
-  size_t begin = 0, end = line.size();
-  while (begin < end && isSpace(line[begin])) ++begin;
-  while (end > begin && isSpace(line[end - 1])) --end;
-  return line.substr(begin, end - begin);
+  std::string_view text = line;
+  while (size_t length = spaceAt(text)) text.remove_prefix(length);
+  while (size_t length = spaceBefore(text)) text.remove_suffix(length);
+  return std::string(text);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "audio_test_support.h"
 #include "record/record_error.h"
 #include "record/record_session.h"
+#include "record/record_start.h"
 #include "record_fakes.h"
 #include "stdout_capture.h"
 
@@ -397,6 +398,32 @@ TEST_F(SessionTest, TimersTickEveryHundredMilliseconds) {
   const auto levels = ofType(linesOf(capture.text()), "level");
   EXPECT_GE(levels.size(), 9u);
   EXPECT_LE(levels.size(), 11u);
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(SessionTest, ControlLinesAreTrimmedOfHorizontalSpaceOnly) {
+  StdoutCapture capture;
+  auto session = make(RecordInput::mic);
+  session->start(std::nullopt);
+  using tallowbrook::Record::applyControlLine;
+  EXPECT_TRUE(applyControlLine(*session, "  pause\t"));
+  EXPECT_TRUE(applyControlLine(*session, "\u00a0resume\u3000"));
+  EXPECT_TRUE(applyControlLine(*session, ""));
+  EXPECT_TRUE(applyControlLine(*session, " \t "));
+  EXPECT_TRUE(applyControlLine(*session, "PAUSE"));
+  EXPECT_TRUE(applyControlLine(*session, "pause\r"));
+  EXPECT_FALSE(applyControlLine(*session, "\tstop "));
+  session->stop();
+  const auto lines = linesOf(capture.text());
+  EXPECT_EQ(ofType(lines, "record-paused").size(), 1u);
+  EXPECT_EQ(ofType(lines, "record-resumed").size(), 1u);
+  const auto warnings = ofType(lines, "record-warning");
+  ASSERT_EQ(warnings.size(), 2u);
+  EXPECT_EQ(warnings[0]["message"], "unknown control command: PAUSE");
+  EXPECT_EQ(warnings[1]["message"], "unknown control command: pause\r");
 }
 
 }  // namespace
