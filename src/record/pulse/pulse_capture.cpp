@@ -79,30 +79,41 @@ std::optional<MicrophoneDevice> deviceEvidenceFor(const std::vector<SourceInfo>&
   return device;
 }
 
-PulseInputEngine::PulseInputEngine() {
+PulseInputEngine::PulseInputEngine(std::shared_ptr<Connection> shared) {
   std::lock_guard<std::mutex> held(lock_);
-  connection();  // no server now: inputFormat() says there is no input
+  if (shared && shared->alive()) {
+    connection_ = std::move(shared);
+    subscribe();
+  } else {
+    connection();  // no server now: inputFormat() says there is no input
+  }
 }
 
 PulseInputEngine::~PulseInputEngine() {
   std::lock_guard<std::mutex> held(lock_);
   stream_.reset();
+  if (connection_) connection_->unsubscribe();
   connection_.reset();
 }
 
 Connection* PulseInputEngine::connection() {
   if (connection_ && connection_->alive()) return connection_.get();
   stream_.reset();
+  if (connection_) connection_->unsubscribe();
   connection_.reset();
   try {
-    connection_ = std::make_unique<Connection>(kClientName);
+    connection_ = std::make_shared<Connection>(kClientName);
   } catch (const ConnectError&) {
     return nullptr;
   }
+  subscribe();
+  return connection_.get();
+}
+
+void PulseInputEngine::subscribe() {
   connection_->subscribe([this, from = connection_.get()](int facility, int type, uint32_t index) {
     onEvent(*from, facility, type, index);
   });
-  return connection_.get();
 }
 
 std::optional<uint32_t> PulseInputEngine::deviceId(const std::string& uid) {
@@ -255,7 +266,7 @@ bool PulseSystemCapture::preflight() {
   std::lock_guard<std::mutex> held(lock_);
   if (!connection_) {
     try {
-      connection_ = std::make_unique<Connection>(kClientName);
+      connection_ = std::make_shared<Connection>(kClientName);
     } catch (const ConnectError&) {
       throw RecordError{kNoSoundServerText};
     }
@@ -289,7 +300,9 @@ void PulseSystemCapture::stop() {
 
 MicrophoneAuthorization PulsePlatform::microphoneAuthorization() {
   try {
-    Connection connection(kClientName);
+    auto connection = std::make_shared<Connection>(kClientName);
+    std::lock_guard<std::mutex> held(lock_);
+    shared_ = std::move(connection);
     return MicrophoneAuthorization::authorized;
   } catch (const ConnectError& error) {
     return error.accessDenied ? MicrophoneAuthorization::denied
@@ -297,12 +310,24 @@ MicrophoneAuthorization PulsePlatform::microphoneAuthorization() {
   }
 }
 
+std::shared_ptr<Connection> PulsePlatform::shared() {
+  std::lock_guard<std::mutex> held(lock_);
+  if (!shared_ || !shared_->alive()) {
+    try {
+      shared_ = std::make_shared<Connection>(kClientName);
+    } catch (const ConnectError&) {
+      shared_.reset();
+    }
+  }
+  return shared_;
+}
+
 std::unique_ptr<InputEngine> PulsePlatform::makeInputEngine() {
-  return std::make_unique<PulseInputEngine>();
+  return std::make_unique<PulseInputEngine>(shared());
 }
 
 std::unique_ptr<SystemCapture> PulsePlatform::makeSystemCapture() {
-  return std::make_unique<PulseSystemCapture>();
+  return std::make_unique<PulseSystemCapture>(shared());
 }
 
 }  // namespace tallowbrook::Pulse

@@ -41,7 +41,9 @@ std::optional<MicrophoneDevice> deviceEvidenceFor(const std::vector<SourceInfo>&
 // atomics and `names_` (guarded by `namesLock_`), so it never waits for `lock_`.
 class PulseInputEngine final : public InputEngine {
  public:
-  PulseInputEngine();
+  // Uses `shared` (a connection other parts of the recording use too) while it stands, or
+  // connects on its own.
+  explicit PulseInputEngine(std::shared_ptr<Connection> shared = nullptr);
   ~PulseInputEngine() override;
 
   std::optional<uint32_t> deviceId(const std::string& uid) override;
@@ -59,11 +61,13 @@ class PulseInputEngine final : public InputEngine {
   Connection* connection();
   // The source to record now, if any. lock_ held.
   std::optional<SourceInfo> currentSource(Connection& connection);
+  // Subscribes this engine to the events of connection_. lock_ held.
+  void subscribe();
   void notifyChange();
   void onEvent(Connection& from, int facility, int type, uint32_t index);
 
   std::mutex lock_;
-  std::unique_ptr<Connection> connection_;  // guarded by lock_
+  std::shared_ptr<Connection> connection_;  // guarded by lock_
   std::unique_ptr<RecordStream> stream_;    // guarded by lock_
   std::optional<std::string> selected_;     // guarded by lock_
   AudioFormat tapFormat_;                   // guarded by lock_
@@ -82,6 +86,9 @@ class PulseInputEngine final : public InputEngine {
 // System audio: a record stream on the monitor of the default output.
 class PulseSystemCapture final : public SystemCapture {
  public:
+  // Uses `shared` when given, or connects on its own at `preflight`.
+  explicit PulseSystemCapture(std::shared_ptr<Connection> shared = nullptr)
+      : connection_(std::move(shared)) {}
   ~PulseSystemCapture() override;
   // Whether the default output has a monitor; throws RecordError when no server answers.
   bool preflight() override;
@@ -90,16 +97,25 @@ class PulseSystemCapture final : public SystemCapture {
 
  private:
   std::mutex lock_;
-  std::unique_ptr<Connection> connection_;  // guarded by lock_
+  std::shared_ptr<Connection> connection_;  // guarded by lock_
   std::unique_ptr<RecordStream> stream_;    // guarded by lock_
 };
 
-// The platform of a real recording.
+// The platform of a real recording. The connection that answered the permission question is
+// kept and shared by the microphone and the system-audio capture (one main loop thread for
+// both streams). `lock_` guards `shared_`.
 class PulsePlatform final : public RecordPlatform {
  public:
   MicrophoneAuthorization microphoneAuthorization() override;
   std::unique_ptr<InputEngine> makeInputEngine() override;
   std::unique_ptr<SystemCapture> makeSystemCapture() override;
+
+ private:
+  // The shared connection, connecting when there is none yet; null when no server answers.
+  std::shared_ptr<Connection> shared();
+
+  std::mutex lock_;
+  std::shared_ptr<Connection> shared_;  // guarded by lock_
 };
 
 }  // namespace tallowbrook::Pulse

@@ -197,6 +197,11 @@ void Connection::subscribe(EventHandler handler) {
   if (op) pa_operation_unref(op);
 }
 
+void Connection::unsubscribe() {
+  LoopLock held(loop_);
+  handler_ = nullptr;
+}
+
 void Connection::eventCallback(pa_context*, pa_subscription_event_type_t type, uint32_t index,
                                void* data) {
   auto* self = static_cast<Connection*>(data);

@@ -71,6 +71,8 @@ class Connection {
   // the main loop thread with its lock held.
   using EventHandler = std::function<void(int facility, int type, uint32_t index)>;
   void subscribe(EventHandler handler);
+  // Drops the handler: no event reaches it after this returns. Not from the main loop thread.
+  void unsubscribe();
 
   pa_threaded_mainloop* loop() { return loop_; }
   pa_context* context() { return context_; }
