@@ -49,6 +49,7 @@ import shutil
 import subprocess
 import sys
 import tempfile
+import time
 
 FENCE = re.compile(r"^(```+)\s*(.*)$")
 ANY_TEXT = "\u2026"  # …
@@ -136,13 +137,13 @@ def start_sound_server(script, folder, env):
 
 
 def run(example, scratch, env, sound_server):
+    if "sound-server" in example.needs and not sound_server:
+        raise RuntimeError("this example needs --sound-server")
     server_folder = None
-    if "sound-server" in example.needs:
-        if not sound_server:
-            raise RuntimeError("this example needs --sound-server")
-        server_folder = tempfile.mkdtemp(prefix="sound-", dir="/tmp")
-        env = start_sound_server(sound_server, server_folder, env)
     try:
+        if "sound-server" in example.needs:
+            server_folder = tempfile.mkdtemp(prefix="sound-", dir="/tmp")
+            env = start_sound_server(sound_server, server_folder, env)
         done = subprocess.run(["bash", "-c", example.command], cwd=scratch, env=env,
                               stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                               timeout=TIMEOUT_S)
@@ -150,7 +151,12 @@ def run(example, scratch, env, sound_server):
         if server_folder:
             subprocess.run([sound_server, "stop", server_folder], env=env,
                            capture_output=True, timeout=60)
-            shutil.rmtree(server_folder, ignore_errors=True)
+            # The server may still be removing its files as it exits.
+            for _ in range(50):
+                shutil.rmtree(server_folder, ignore_errors=True)
+                if not os.path.exists(server_folder):
+                    break
+                time.sleep(0.1)
     text = done.stdout.decode("utf-8", errors="replace")
     lines = text.splitlines()
     if done.returncode != 0:
@@ -198,7 +204,10 @@ def main():
     try:
         shutil.copytree(options.examples, scratch, dirs_exist_ok=True)
         for example in examples:
-            actual = run(example, scratch, env, options.sound_server)
+            try:
+                actual = run(example, scratch, env, options.sound_server)
+            except (RuntimeError, subprocess.TimeoutExpired) as error:
+                actual = [f"(not run: {error})"]
             if pattern(example.expected).fullmatch("".join(l + "\n" for l in actual)):
                 print(f"ok    line {example.line}: {example.command}")
                 continue
