@@ -10,7 +10,7 @@ using namespace tallowbrook;
 
 extern "C" __attribute__((visibility("default"))) void tallowbrook_record_permissions(
     bool request) {
-  Pulse::PulsePlatform platform;
+  static Pulse::PulsePlatform platform;  // process lifetime, like a recording's
   bool screenRecording = false;
   const MicrophoneAuthorization status = platform.microphoneAuthorization();
   if (status != MicrophoneAuthorization::noSoundServer &&

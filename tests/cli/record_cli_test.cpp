@@ -38,6 +38,12 @@ std::vector<json> ofType(const std::vector<json>& lines, const std::string& type
 
 // Checks that "record-stopped" agrees with the file it names.
 void expectStoppedMatchesFile(const json& stopped, const std::string& path) {
+  for (const char* key : {"path", "frames", "bytes", "elapsedMs", "sampleRate", "channels"}) {
+    if (!stopped.contains(key)) {
+      ADD_FAILURE() << "record-stopped without " << key << ": " << stopped.dump();
+      return;
+    }
+  }
   const auto frames = stopped["frames"].get<int64_t>();
   EXPECT_EQ(stopped["path"], path);
   EXPECT_EQ(stopped["bytes"].get<int64_t>(), frames * 2 + 44);
