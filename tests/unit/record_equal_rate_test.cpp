@@ -1,6 +1,7 @@
 // The converter at equal rates: channels folded and rounded, every frame out at once.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <vector>
@@ -67,6 +68,32 @@ TEST(EqualRateConversion, OutputThatDoesNotFitWaitsForTheNextCall) {
   OutputBuffer second{60, {}};
   EXPECT_FALSE(converter->convert(second, once).has_value());
   EXPECT_EQ(second.samples, Samples(40, 7));
+}
+
+TEST(EqualRateConversion, RoundsToNearestEvenAndClipsInBlocksAndTails) {
+  // Halves of a 16-bit step (ties), values between, and values past full scale, in a count
+  // that is not a multiple of any vector width.
+  std::vector<float> samples;
+  for (int k = -66001; k <= 66001; ++k) samples.push_back(float(k) / 65536.0f);
+  std::vector<std::byte> bytes(samples.size() * 4);
+  std::memcpy(bytes.data(), samples.data(), bytes.size());
+  auto converter = makeSoxrConverter({SampleType::float32, 48000, 1}, recordingTargetFormat());
+  ASSERT_TRUE(converter);
+  const PcmBuffer buffer{{SampleType::float32, 48000, 1}, bytes};
+  bool handed = false;
+  const InputBlock once = [&](uint32_t, InputStatus& status) -> const PcmBuffer* {
+    status = handed ? InputStatus::noDataNow : InputStatus::haveData;
+    if (handed) return nullptr;
+    handed = true;
+    return &buffer;
+  };
+  OutputBuffer out{uint32_t(samples.size()), {}};
+  EXPECT_FALSE(converter->convert(out, once).has_value());
+  ASSERT_EQ(out.samples.size(), samples.size());
+  for (size_t i = 0; i < samples.size(); ++i) {
+    const long expected = std::clamp(std::lrint(samples[i] * 32768.0f), -32768L, 32767L);
+    ASSERT_EQ(out.samples[i], expected) << samples[i];
+  }
 }
 
 }  // namespace
