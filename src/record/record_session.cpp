@@ -191,6 +191,13 @@ void RecordSession::startTimers() {
     return;
   }
   std::weak_ptr<RecordSession> weak = weak_from_this();
+  // The mix counts time from just before the timers' common start, so the mix tick due with
+  // the 50th level tick has written at least 5 s of frames when that tick rewrites the header.
+  if (mixer_) {
+    mixer_->reset();
+    std::lock_guard<std::mutex> held(lock_);
+    mixLastTick_ = clock_.nowNanos();
+  }
   const auto start = std::chrono::steady_clock::now();  // both timers count from here
   levelTimer_ = timerQueue_.addTimer(
       std::chrono::milliseconds(100),
@@ -199,11 +206,6 @@ void RecordSession::startTimers() {
       },
       start);
   if (mixer_) {
-    mixer_->reset();
-    {
-      std::lock_guard<std::mutex> held(lock_);
-      mixLastTick_ = clock_.nowNanos();
-    }
     mixTimer_ = timerQueue_.addTimer(
         std::chrono::milliseconds(50),
         [weak] {
