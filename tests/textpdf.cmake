@@ -1,10 +1,16 @@
 # text-pdf: unit tests of the request, styled text and page loop over a fake typesetter, and CLI
 # tests of the built helper checked with poppler-utils (pdftotext, pdfinfo, pdffonts).
 # Under ThreadSanitizer the Pango stack's own locking is invisible; see textpdf-tsan.supp.
-set(TEXTPDF_TSAN_ENVIRONMENT "")
+# Under AddressSanitizer, the font caches that fontconfig and Pango keep for the whole process
+# and a loss inside cairo's font subsetting are not ours; see textpdf-lsan.supp.
+set(TEXTPDF_SANITIZER_ENVIRONMENT "")
 if(TALLOWBROOK_SANITIZE MATCHES "thread")
-  set(TEXTPDF_TSAN_ENVIRONMENT ENVIRONMENT
+  set(TEXTPDF_SANITIZER_ENVIRONMENT ENVIRONMENT
       "TSAN_OPTIONS=suppressions=${CMAKE_CURRENT_SOURCE_DIR}/textpdf-tsan.supp")
+elseif(TALLOWBROOK_SANITIZE MATCHES "address")
+  set(TEXTPDF_SANITIZER_ENVIRONMENT ENVIRONMENT
+      # The libraries have no frame pointers: full stacks, so suppressions see who allocated.
+      "LSAN_OPTIONS=suppressions=${CMAKE_CURRENT_SOURCE_DIR}/textpdf-lsan.supp:print_suppressions=0:fast_unwind_on_malloc=0")
 endif()
 
 add_executable(textpdf-unit-tests
@@ -13,7 +19,8 @@ add_executable(textpdf-unit-tests
 )
 target_link_libraries(textpdf-unit-tests PRIVATE tallowbrook-core tallowbrook-warnings
                       GTest::gtest_main)
-gtest_discover_tests(textpdf-unit-tests TEST_PREFIX "textpdf." DISCOVERY_TIMEOUT 60)
+gtest_discover_tests(textpdf-unit-tests TEST_PREFIX "textpdf." DISCOVERY_TIMEOUT 60
+                     PROPERTIES ${TEXTPDF_SANITIZER_ENVIRONMENT})
 
 add_executable(textpdf-cli-tests cli/text_pdf_cli_test.cpp)
 target_link_libraries(textpdf-cli-tests PRIVATE cli-test-support tallowbrook-warnings
@@ -22,11 +29,11 @@ target_compile_definitions(textpdf-cli-tests PRIVATE
   HELPER_PATH="$<TARGET_FILE:tallowbrook-helper>")
 add_dependencies(textpdf-cli-tests tallowbrook-helper tallowbrook-textpdf)
 gtest_discover_tests(textpdf-cli-tests TEST_PREFIX "textpdf.cli." DISCOVERY_TIMEOUT 60
-                     PROPERTIES TIMEOUT 300 ${TEXTPDF_TSAN_ENVIRONMENT})
+                     PROPERTIES TIMEOUT 300 ${TEXTPDF_SANITIZER_ENVIRONMENT})
 
 # The module's glyph runs and writer thread, compared byte for byte with Pango's own rendering.
 add_executable(textpdf-module-tests unit/textpdf_glyph_runs_test.cpp)
 target_link_libraries(textpdf-module-tests PRIVATE tallowbrook-textpdf-impl tallowbrook-core
                       tallowbrook-warnings GTest::gtest_main)
 gtest_discover_tests(textpdf-module-tests TEST_PREFIX "textpdf." DISCOVERY_TIMEOUT 60
-                     PROPERTIES TIMEOUT 120 ${TEXTPDF_TSAN_ENVIRONMENT})
+                     PROPERTIES TIMEOUT 120 ${TEXTPDF_SANITIZER_ENVIRONMENT})
