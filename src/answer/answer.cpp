@@ -11,23 +11,10 @@
 #include "answer/model_runner.h"
 #include "cli/fail.h"
 #include "cli/module.h"
+#include "cli/standard_input.h"
 
 namespace tallowbrook::Answer {
 namespace {
-
-std::string readStandardInput() {
-  std::string bytes;
-  char buffer[65536];
-  for (;;) {
-    ssize_t n = ::read(STDIN_FILENO, buffer, sizeof buffer);
-    if (n > 0) {
-      bytes.append(buffer, static_cast<size_t>(n));
-    } else if (n == 0 || errno != EINTR) {
-      break;
-    }
-  }
-  return bytes;
-}
 
 [[noreturn]] void unavailable(const std::string& reason) {
   fail("the on-device model is unavailable: " + reason);

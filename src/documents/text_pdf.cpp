@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "cli/fail.h"
+#include "cli/standard_input.h"
 
 namespace tallowbrook::TextPdf {
 
@@ -25,21 +26,6 @@ std::optional<std::string> stringAt(const nlohmann::json& object, const char* ke
   }
   if (!found->is_string()) throw std::invalid_argument(key);
   return found->get<std::string>();
-}
-
-// All of standard input, read in large blocks (a stream iterator reads it a byte at a time).
-std::string readStandardInput() {
-  std::string input;
-  std::size_t size = 0;
-  for (;;) {
-    if (input.size() - size < 65536) input.resize(std::max<std::size_t>(2 * input.size(), 65536));
-    ssize_t got = ::read(STDIN_FILENO, input.data() + size, input.size() - size);
-    if (got < 0 && errno == EINTR) continue;
-    if (got <= 0) break;
-    size += static_cast<std::size_t>(got);
-  }
-  input.resize(size);
-  return input;
 }
 
 std::uintmax_t fileSize(const std::string& path) {

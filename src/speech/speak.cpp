@@ -8,6 +8,7 @@
 #include "cli/fail.h"
 #include "cli/module.h"
 #include "cli/out.h"
+#include "cli/standard_input.h"
 #include "speech/render_state.h"
 #include "speech/speak_options.h"
 #include "speech/speak_playback.h"
@@ -18,20 +19,6 @@ namespace {
 
 constexpr const char* kUsage = "usage: speak <voices|render|preview>";
 constexpr const char* kRenderUsage = "usage: render --out <path> [--voice id] [--rate f]";
-
-std::string readStandardInput() {
-  std::string bytes;
-  char buffer[65536];
-  for (;;) {
-    ssize_t n = ::read(STDIN_FILENO, buffer, sizeof buffer);
-    if (n > 0) {
-      bytes.append(buffer, static_cast<size_t>(n));
-    } else if (n == 0 || errno != EINTR) {
-      break;
-    }
-  }
-  return bytes;
-}
 
 std::unique_ptr<SpeechEngine> loadEngine() {
   void* module = loadModule("speech");
