@@ -2,6 +2,7 @@
 #
 #   <prefix>/bin/tallowbrook-helper
 #   <prefix>/lib/tallowbrook-helper/tallowbrook-*.so      modules (tallowbrook_module)
+#   <prefix>/lib/tallowbrook-helper/llama/                llama.cpp's libraries (src/answer/llama)
 #   <prefix>/share/man/man1/tallowbrook-helper.1.gz
 #   <prefix>/share/doc/tallowbrook-helper/                protocol.md, README.md, copyright,
 #                                                         changelog.Debian.gz, examples/
@@ -39,10 +40,6 @@ install(FILES
 # The bundled examples, so that an installed helper can show every job on its own (the
 # examples in protocol.md run in a copy of this folder).
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/ DESTINATION ${TALLOWBROOK_DOC_DIR}/examples)
-# The model runner's node_modules, tidied after src/answer has installed them (install rules
-# run in the order they are made, and this file is included after the subsystems).
-install(CODE "set(TALLOWBROOK_STRIP \"${CMAKE_STRIP}\")
-  include(\"${PROJECT_SOURCE_DIR}/cmake/packaging/tidy-model-runner.cmake\")")
 # lintian's overrides, each with its reason.
 install(FILES ${PROJECT_SOURCE_DIR}/cmake/packaging/lintian-overrides
         DESTINATION share/lintian/overrides RENAME tallowbrook-helper)
@@ -70,8 +67,8 @@ images and as positioned text (Poppler), RTF files as text, text typeset into
 PDF (Pango and cairo), speech (espeak-ng), audio recording (PulseAudio or
 PipeWire), answers from a local language model, and a bridge between desktop AI
 clients and the application's Model Context Protocol endpoint.")
-# Library dependencies come from dpkg-shlibdeps on the executable, the modules and the model
-# runner's libraries (cmake/packaging/package-config.cmake.in, run by cpack); the data and
+# Library dependencies come from dpkg-shlibdeps on the executable, the modules and llama.cpp's
+# libraries (cmake/packaging/package-config.cmake.in, run by cpack); the data and
 # programs the helper uses at run time are named here.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS OFF)
 configure_file(${PROJECT_SOURCE_DIR}/cmake/packaging/package-config.cmake.in
@@ -82,10 +79,6 @@ set(TALLOWBROOK_RUNTIME_DEPENDS
   tesseract-ocr-eng tesseract-ocr-osd
   # text-pdf: the serif and monospaced fonts its layout asks for.
   fonts-dejavu-core)
-if(EXISTS ${PROJECT_SOURCE_DIR}/runtime/model-runner/package.json)
-  # answer: the model runner is a Node program.
-  list(APPEND TALLOWBROOK_RUNTIME_DEPENDS nodejs)
-endif()
 string(REPLACE ";" ", " CPACK_DEBIAN_PACKAGE_DEPENDS "${TALLOWBROOK_RUNTIME_DEPENDS}")
 # German recognition data; CJK and emoji fonts for text-pdf; a sound server for record and
 # speak preview; the Vulkan loader through which capabilities finds a GPU.

@@ -1,12 +1,12 @@
-# answer: unit tests of the request, the delta rule (ICU), the model location and the runner
-# client (stand-in runners); CLI tests of the built helper with the real runner (node-llama-cpp)
-# on tiny generated models.
+# answer: unit tests of the request, the delta rule (ICU), the model location, the generating
+# child (scripted bodies), the thread choice and llama.cpp's real tokenizers (vocabulary-only
+# models of the release); CLI tests of the built helper with llama.cpp on tiny generated models.
 
 # The generated models (tests/fixtures/tiny_gguf.py, standard-library Python).
 find_package(Python3 REQUIRED COMPONENTS Interpreter)
 set(ANSWER_MODEL_DIR ${CMAKE_CURRENT_BINARY_DIR}/fixtures/answer)
 set(ANSWER_MODELS)
-foreach(variant reply loop silent truncated)
+foreach(variant reply loop silent truncated abort jinja plain slow)
   add_custom_command(
     OUTPUT ${ANSWER_MODEL_DIR}/${variant}.gguf
     COMMAND ${CMAKE_COMMAND} -E make_directory ${ANSWER_MODEL_DIR}
@@ -20,29 +20,38 @@ add_custom_target(answer-models ALL DEPENDS ${ANSWER_MODELS})
 
 add_executable(answer-unit-tests
   unit/answer_delta_test.cpp
+  unit/answer_child_frames_test.cpp
+  unit/answer_generation_child_test.cpp
   unit/answer_model_location_test.cpp
-  unit/answer_model_runner_test.cpp
   unit/answer_request_test.cpp
+  unit/answer_stable_text_test.cpp
+  unit/answer_thread_choice_test.cpp
+  unit/answer_tokenizer_test.cpp
 )
 target_include_directories(answer-unit-tests PRIVATE unit)
 target_link_libraries(answer-unit-tests PRIVATE
-  tallowbrook-answer-impl tallowbrook-core tallowbrook-warnings GTest::gtest_main)
+  tallowbrook-answer-impl tallowbrook-llama-impl tallowbrook-core tallowbrook-warnings
+  GTest::gtest_main)
+target_compile_definitions(answer-unit-tests PRIVATE
+  LLAMA_VOCAB_DIR="${TALLOWBROOK_LLAMA_DIR}/models"
+  LLAMA_LIBRARY_DIR="${TALLOWBROOK_LLAMA_DIR}/lib")
 gtest_discover_tests(answer-unit-tests TEST_PREFIX "answer." DISCOVERY_TIMEOUT 60
                      PROPERTIES TIMEOUT 120)
 
-add_executable(answer-cli-tests cli/answer_cli_test.cpp)
+# record_process: a helper run in the background, for the tests that act on a running answer.
+add_executable(answer-cli-tests cli/answer_cli_test.cpp cli/record_process.cpp)
 target_link_libraries(answer-cli-tests PRIVATE cli-test-support tallowbrook-warnings
                       GTest::gtest_main)
 target_compile_definitions(answer-cli-tests PRIVATE
-  ANSWER_MODEL_DIR="${ANSWER_MODEL_DIR}")
-add_dependencies(answer-cli-tests tallowbrook-helper tallowbrook-answer model-runner-link
-                 answer-models)
-# Each answer starts Node and llama.cpp (a few seconds on a busy machine); one test waits out
-# the runner's 30-second no-progress limit.
+  ANSWER_MODEL_DIR="${ANSWER_MODEL_DIR}"
+  HELPER_PATH="$<TARGET_FILE:tallowbrook-helper>"
+  TEST_SOUND_SERVER="${PROJECT_SOURCE_DIR}/../shared/tools/test-sound-server")
+add_dependencies(answer-cli-tests tallowbrook-helper tallowbrook-answer tallowbrook-llama
+                 tallowbrook-llama-jinja answer-models)
 gtest_discover_tests(answer-cli-tests TEST_PREFIX "answer.cli." DISCOVERY_TIMEOUT 60
                      PROPERTIES TIMEOUT 300 LABELS slow)
 
-# Fuzzer (scripts/fuzz): the request decoder and the delta rule.
+# Fuzzer (scripts/fuzz): the request decoder, the delta rule, the child's frames and settled text.
 include(${CMAKE_CURRENT_LIST_DIR}/fuzz/fuzz.cmake)
 tallowbrook_fuzz_target(answer_stream SOURCES fuzz/answer_stream_fuzz.cpp
                         LIBRARIES tallowbrook-answer-impl tallowbrook-core)

@@ -1,14 +1,15 @@
 #include "answer/answer.h"
 
-#include <unistd.h>
+#include <dlfcn.h>
 
-#include <cerrno>
+#include <algorithm>
 #include <memory>
 
 #include "answer/answer_request.h"
 #include "answer/answer_stream.h"
+#include "answer/generation.h"
+#include "answer/generation_child.h"
 #include "answer/model_availability.h"
-#include "answer/model_runner.h"
 #include "cli/fail.h"
 #include "cli/module.h"
 #include "cli/standard_input.h"
@@ -30,6 +31,20 @@ std::unique_ptr<UserCharacters> loadUserCharacters() {
   return characters;
 }
 
+// In the child: loads the llama module (and with it llama.cpp) and generates. A module that
+// does not load means the library cannot run here.
+void generateInChild(const std::string& llamaModule, const GenerationJob& job,
+                     GenerationSink& sink) {
+  std::string error;
+  void* module = openModule(llamaModule, &error);
+  auto generate = module ? reinterpret_cast<Generate>(dlsym(module, kGenerateSymbol)) : nullptr;
+  if (generate == nullptr) {
+    sink.unavailable("deviceNotEligible", error.empty() ? "the llama module has no entry" : error);
+    return;
+  }
+  generate(job, sink);
+}
+
 }  // namespace
 
 void run() {
@@ -42,9 +57,15 @@ void run() {
   if (!availability.available) unavailable(availability.reason);
   auto characters = loadUserCharacters();
 
-  ModelRunner::Started started = ModelRunner::start(setup, *request);
-  if (!started.runner) unavailable(started.unavailableReason);
-  streamAnswer(*started.runner, *characters);
+  GenerationJob job{setup.model,     setup.libraryDir, setup.jinjaModule,
+                    request->system, request->user,    std::max<int64_t>(request->maxTokens, 0)};
+  auto started = GenerationChild::start(
+      [&](GenerationSink& sink) { generateInChild(setup.llamaModule, job, sink); }, *characters);
+  if (!started.child) {
+    if (!started.refusal.empty()) fail(started.refusal);
+    unavailable(started.unavailableReason);
+  }
+  streamAnswer(*started.child, *characters);
 }
 
 }  // namespace tallowbrook::Answer

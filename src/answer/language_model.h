@@ -1,5 +1,5 @@
-// The model behind `answer`, seen as a stream of snapshots. The real one is the Node model
-// runner (model_runner.h); unit tests script one.
+// The model behind `answer`, seen as a stream of snapshots. The real one is llama.cpp in a
+// child process (generation_child.h); unit tests script one.
 #pragma once
 
 #include <string>

@@ -1,5 +1,6 @@
 #include "answer/model_availability.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -28,20 +29,37 @@ bool startsWithGgufMagic(const std::string& path) {
   return n == 4 && magic[0] == 'G' && magic[1] == 'G' && magic[2] == 'U' && magic[3] == 'F';
 }
 
+// Whether `dir` holds a CPU backend: one libggml-cpu-<family>.so per processor family.
+bool hasCpuBackend(const std::string& dir) {
+  DIR* folder = opendir(dir.c_str());
+  if (folder == nullptr) return false;
+  bool found = false;
+  while (dirent* entry = readdir(folder)) {
+    std::string_view name = entry->d_name;
+    if (name.starts_with("libggml-cpu-") && name.ends_with(".so") &&
+        readable(dir + "/" + entry->d_name)) {
+      found = true;
+      break;
+    }
+  }
+  closedir(folder);
+  return found;
+}
+
 }  // namespace
 
 ModelAvailability checkModel(Answer::GetEnv env, std::string_view executablePath,
                              ModelSetup* setup) {
   ModelSetup found;
-  auto node = Answer::nodePath(env);
-  found.node = node.value_or("");
-  found.runnerDir = Answer::runnerDirectory(executablePath);
+  found.llamaModule = modulePath(executablePath, "llama");
+  found.jinjaModule = modulePath(executablePath, "llama-jinja");
+  found.libraryDir = Answer::llamaLibraryDirectory(executablePath);
   found.model = Answer::modelPath(env, isFile);
   if (setup) *setup = found;
 
-  bool runtime = node && isFile(*node) && access(node->c_str(), X_OK) == 0 &&
-                 readable(found.runnerDir + "/" + Answer::kRunnerProgram) &&
-                 readable(found.runnerDir + "/node_modules/node-llama-cpp/package.json");
+  bool runtime = readable(found.llamaModule) &&
+                 readable(found.libraryDir + "/libllama.v0.4.0.so") &&
+                 hasCpuBackend(found.libraryDir);
   if (!runtime) return ModelAvailability{false, "deviceNotEligible"};
   if (!startsWithGgufMagic(found.model)) return ModelAvailability{false, "modelNotReady"};
   return ModelAvailability{true, ""};

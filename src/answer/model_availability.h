@@ -1,6 +1,6 @@
 // Whether the on-device language model can answer, and if not, why. A cheap check that loads
-// nothing: Node and the model runner are present, and the model file starts like a GGUF file.
-// Whether the model really loads is known only when `answer` starts the runner.
+// nothing: the llama module and llama.cpp's libraries are installed, and the model file starts
+// like a GGUF file. Whether the model really loads is known only when `answer` loads it.
 #pragma once
 
 #include <string>
@@ -17,17 +17,18 @@ struct ModelAvailability {
   std::string reason;
 };
 
-// What `answer` needs to start the runner, as the check found it.
+// What `answer` needs to generate, as the check found it.
 struct ModelSetup {
-  std::string node;       // the Node executable
-  std::string runnerDir;  // the runner's folder (runner.mjs and its node_modules)
-  std::string model;      // the model file
+  std::string llamaModule;  // the module that runs llama.cpp (tallowbrook-llama.so)
+  std::string jinjaModule;  // the module that renders Jinja chat templates
+  std::string libraryDir;   // llama.cpp's libraries
+  std::string model;        // the model file
 };
 
-// "deviceNotEligible" when Node is not found or not executable, or the runner folder lacks
-// runner.mjs or its installed node-llama-cpp; otherwise "modelNotReady" when the model file
-// (Answer::modelPath) cannot be read or does not start with the GGUF magic; otherwise
-// available. Fills `*setup` (when given) with the paths found. Never fails; any thread.
+// "deviceNotEligible" when the llama module is missing, or the library folder lacks libllama or
+// any CPU backend (libggml-cpu-*.so); otherwise "modelNotReady" when the model file
+// (Answer::modelPath) cannot be read or does not start with the GGUF magic; otherwise available.
+// Fills `*setup` (when given) with the paths found. Never fails; any thread that may call `env`.
 ModelAvailability checkModel(Answer::GetEnv env, std::string_view executablePath,
                              ModelSetup* setup);
 

@@ -1,7 +1,5 @@
 #include "answer/model_location.h"
 
-#include <unistd.h>
-
 #include <cstdlib>
 
 #include "cli/module.h"
@@ -37,29 +35,10 @@ std::string modelPath(GetEnv env, bool (*exists)(const std::string& path)) {
   return "/usr/share/tallowbrook/model.gguf";
 }
 
-std::optional<std::string> nodePath(GetEnv env) {
-  std::string chosen = nonEmpty(env, "TALLOWBROOK_NODE");
-  if (!chosen.empty()) return chosen;
-  std::string path = nonEmpty(env, "PATH");
-  for (const char* name : {"node", "nodejs"}) {
-    size_t start = 0;
-    while (start <= path.size()) {
-      size_t end = path.find(':', start);
-      if (end == std::string::npos) end = path.size();
-      std::string dir = path.substr(start, end - start);
-      if (dir.empty()) dir = ".";
-      std::string candidate = dir + "/" + name;
-      if (access(candidate.c_str(), X_OK) == 0) return candidate;
-      start = end + 1;
-    }
-  }
-  return std::nullopt;
-}
-
-std::string runnerDirectory(std::string_view executablePath) {
+std::string llamaLibraryDirectory(std::string_view executablePath) {
   // Beside the modules: the same folder that modulePath names.
-  std::string module = modulePath(executablePath, "runner");
-  return module.substr(0, module.rfind('/') + 1) + "model-runner";
+  std::string module = modulePath(executablePath, "llama");
+  return module.substr(0, module.rfind('/') + 1) + "llama";
 }
 
 }  // namespace tallowbrook::Answer

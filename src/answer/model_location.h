@@ -1,4 +1,4 @@
-// Where `answer` finds the model file, Node and the model runner.
+// Where `answer` finds the model file and llama.cpp.
 #pragma once
 
 #include <optional>
@@ -20,16 +20,8 @@ std::optional<std::string> processEnv(const char* name);
 // may call `env`.
 std::string modelPath(GetEnv env, bool (*exists)(const std::string& path));
 
-// The Node executable: $TALLOWBROOK_NODE when set and not empty (used as given), else the first
-// executable `node` or `nodejs` in $PATH (an empty entry is the current folder). Nothing when none
-// is found. Any thread that may call `env`.
-std::optional<std::string> nodePath(GetEnv env);
-
-// The runner's folder for an executable at `executablePath`:
-// <directory above the executable's directory>/lib/tallowbrook-helper/model-runner. Pure.
-std::string runnerDirectory(std::string_view executablePath);
-
-// The runner's program inside its folder.
-inline constexpr const char* kRunnerProgram = "runner.mjs";
+// The folder of llama.cpp's libraries for an executable at `executablePath`: llama/ beside the
+// modules (<directory above the executable's directory>/lib/tallowbrook-helper/llama). Pure.
+std::string llamaLibraryDirectory(std::string_view executablePath);
 
 }  // namespace tallowbrook::Answer

@@ -55,11 +55,11 @@ TEST(Capabilities, OnlyACpuVulkanDeviceIsNoGpu) {
   std::string icd = lavapipeIcd();
   ASSERT_FALSE(icd.empty()) << "mesa-vulkan-drivers (lavapipe) is not installed";
   RunOptions options;
-  // No model runtime: Node is looked for where there is none.
+  // No model: it is looked for where there is none.
   options.env = {{"VK_ICD_FILENAMES", icd},
                  {"VK_DRIVER_FILES", icd},
                  {"LD_LIBRARY_PATH", kFakeNvml},
-                 {"TALLOWBROOK_NODE", "/nonexistent/node"}};
+                 {"TALLOWBROOK_MODEL", "/nonexistent/model.gguf"}};
   options.unsetEnv = {"FAKE_NVML"};
   auto r = report(options);
   EXPECT_EQ(r.size(), 8u);
@@ -67,7 +67,7 @@ TEST(Capabilities, OnlyACpuVulkanDeviceIsNoGpu) {
   EXPECT_EQ(r["vision"], true);
   expectNoGpu(r);
   EXPECT_EQ(r["localModel"], false);
-  EXPECT_EQ(r["localModelReason"], "deviceNotEligible");
+  EXPECT_EQ(r["localModelReason"], "modelNotReady");
 }
 
 TEST(Capabilities, NoDriverIsNoGpu) {

@@ -11,7 +11,7 @@
 
 #include "answer/answer_delta.h"
 #include "answer/answer_stream.h"
-#include "answer/icu/icu_user_characters.h"
+#include "answer_characters.h"
 #include "stdout_capture.h"
 
 namespace {
@@ -22,13 +22,7 @@ using tallowbrook::Answer::StreamEvent;
 using tallowbrook::Answer::UserCharacters;
 
 const UserCharacters& characters() {
-  static std::unique_ptr<UserCharacters> icu = [] {
-    std::string error;
-    auto made = tallowbrook::Answer::makeIcuUserCharacters(&error);
-    EXPECT_TRUE(made) << error;
-    return made;
-  }();
-  return *icu;
+  return icuCharacters();
 }
 
 // The deltas the rule gives for `snapshots`, one entry per snapshot ("" for none).
@@ -171,7 +165,7 @@ TEST(AnswerStream, EmptySnapshotsGiveNoLines) {
 TEST(AnswerStream, AFailureAfterTextEndsWithOneErrorLine) {
   ScriptedStream stream({snapshot("Part"),
                          snapshot("Partial / answer"),
-                         {StreamEvent::Kind::failed, "the model runner exited with status 3"}});
+                         {StreamEvent::Kind::failed, "the model's process exited with status 3"}});
   StdoutCapture capture;
   tallowbrook::Answer::streamAnswer(stream, characters());
   auto out = lines(capture.text());
@@ -179,7 +173,7 @@ TEST(AnswerStream, AFailureAfterTextEndsWithOneErrorLine) {
   EXPECT_EQ(out[0], (nlohmann::json{{"type", "delta"}, {"text", "Part"}}));
   EXPECT_EQ(out[1], (nlohmann::json{{"type", "delta"}, {"text", "ial / answer"}}));
   EXPECT_EQ(out[2], (nlohmann::json{{"type", "error"},
-                                    {"message", "the model runner exited with status 3"}}));
+                                    {"message", "the model's process exited with status 3"}}));
   EXPECT_TRUE(stream.drained());
 }
 

@@ -1,4 +1,4 @@
-// Where the model, Node and the runner are looked for, and the cheap availability check.
+// Where the model and llama.cpp are looked for, and the cheap availability check.
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -48,13 +48,18 @@ class ModelLocation : public ::testing::Test {
     std::ofstream(dir_ + "/" + path, std::ios::binary) << bytes;
     chmod((dir_ + "/" + path).c_str(), mode);
   }
-  // An installed layout under dir_: bin/tallowbrook-helper, the runner, a node executable.
+  // An installed layout under dir_: bin/tallowbrook-helper, the llama module, llama.cpp's
+  // libraries with two CPU backends.
   void install() {
     write("bin/tallowbrook-helper", "");
-    write("lib/tallowbrook-helper/model-runner/runner.mjs", "// runner");
-    write("lib/tallowbrook-helper/model-runner/node_modules/node-llama-cpp/package.json", "{}");
-    write("node/bin/node", "#!/bin/sh\n", 0755);
-    env_ = {{"PATH", "/nonexistent:" + dir_ + "/node/bin"}, {"HOME", dir_ + "/home"}};
+    write("lib/tallowbrook-helper/tallowbrook-llama.so", "");
+    write("lib/tallowbrook-helper/llama/libllama.v0.4.0.so", "");
+    write("lib/tallowbrook-helper/llama/libggml-cpu-x64.so", "");
+    write("lib/tallowbrook-helper/llama/libggml-cpu-haswell.so", "");
+    env_ = {{"HOME", dir_ + "/home"}};
+  }
+  void remove(const std::string& path) {
+    std::system(("rm -rf '" + dir_ + "/" + path + "'").c_str());
   }
   ModelAvailability check(ModelSetup* setup = nullptr) {
     return checkModel(fakeEnv, dir_ + "/bin/tallowbrook-helper", setup);
@@ -84,21 +89,11 @@ TEST_F(ModelLocation, ModelPathOrder) {
   EXPECT_EQ(modelPath(fakeEnv, existsOnly), existing);
 }
 
-TEST_F(ModelLocation, RunnerBesideTheModules) {
-  EXPECT_EQ(runnerDirectory("/usr/bin/tallowbrook-helper"),
-            "/usr/lib/tallowbrook-helper/model-runner");
-  EXPECT_EQ(runnerDirectory("/work/build/bin/tallowbrook-helper"),
-            "/work/build/lib/tallowbrook-helper/model-runner");
-}
-
-TEST_F(ModelLocation, NodeFromOverrideOrPath) {
-  install();
-  EXPECT_EQ(nodePath(fakeEnv), dir_ + "/node/bin/node");
-  env_["TALLOWBROOK_NODE"] = "/opt/node/bin/node";
-  EXPECT_EQ(nodePath(fakeEnv), "/opt/node/bin/node");
-  env_.erase("TALLOWBROOK_NODE");
-  env_["PATH"] = "/nonexistent";
-  EXPECT_EQ(nodePath(fakeEnv), std::nullopt);
+TEST_F(ModelLocation, LibrariesBesideTheModules) {
+  EXPECT_EQ(llamaLibraryDirectory("/usr/bin/tallowbrook-helper"),
+            "/usr/lib/tallowbrook-helper/llama");
+  EXPECT_EQ(llamaLibraryDirectory("/work/build/bin/tallowbrook-helper"),
+            "/work/build/lib/tallowbrook-helper/llama");
 }
 
 TEST_F(ModelLocation, AvailableWithRuntimeAndAGgufFile) {
@@ -108,8 +103,9 @@ TEST_F(ModelLocation, AvailableWithRuntimeAndAGgufFile) {
   auto a = check(&setup);
   EXPECT_TRUE(a.available);
   EXPECT_EQ(a.reason, "");
-  EXPECT_EQ(setup.node, dir_ + "/node/bin/node");
-  EXPECT_EQ(setup.runnerDir, dir_ + "/lib/tallowbrook-helper/model-runner");
+  EXPECT_EQ(setup.llamaModule, dir_ + "/lib/tallowbrook-helper/tallowbrook-llama.so");
+  EXPECT_EQ(setup.jinjaModule, dir_ + "/lib/tallowbrook-helper/tallowbrook-llama-jinja.so");
+  EXPECT_EQ(setup.libraryDir, dir_ + "/lib/tallowbrook-helper/llama");
   EXPECT_EQ(setup.model, dir_ + "/home/.local/share/tallowbrook/model.gguf");
 }
 
@@ -128,23 +124,25 @@ TEST_F(ModelLocation, ModelNotReadyWithoutAUsableFile) {
   EXPECT_EQ(check().reason, "modelNotReady");
 }
 
-TEST_F(ModelLocation, DeviceNotEligibleWithoutNodeOrRunner) {
+TEST_F(ModelLocation, DeviceNotEligibleWithoutTheLibrary) {
   install();
   write("m.gguf", "GGUF");
   env_["TALLOWBROOK_MODEL"] = dir_ + "/m.gguf";
   EXPECT_TRUE(check().available);
 
-  env_["PATH"] = "/nonexistent";
+  remove("lib/tallowbrook-helper/llama/libggml-cpu-x64.so");
+  EXPECT_TRUE(check().available);  // one backend is enough
+  remove("lib/tallowbrook-helper/llama/libggml-cpu-haswell.so");
   EXPECT_EQ(check().reason, "deviceNotEligible");
-  env_["TALLOWBROOK_NODE"] =
-      dir_ + "/lib/tallowbrook-helper/model-runner/runner.mjs";  // not executable
-  EXPECT_EQ(check().reason, "deviceNotEligible");
-  env_["TALLOWBROOK_NODE"] = dir_ + "/node/bin/node";
+  write("lib/tallowbrook-helper/llama/libggml-cpu-x64.so", "");
   EXPECT_TRUE(check().available);
 
-  std::system(("rm -rf '" + dir_ + "/lib/tallowbrook-helper/model-runner/node_modules'").c_str());
+  remove("lib/tallowbrook-helper/llama/libllama.v0.4.0.so");
   EXPECT_EQ(check().reason, "deviceNotEligible");
-  // Device first: without the runtime, a missing model is not the reason given.
+  write("lib/tallowbrook-helper/llama/libllama.v0.4.0.so", "");
+  remove("lib/tallowbrook-helper/tallowbrook-llama.so");
+  EXPECT_EQ(check().reason, "deviceNotEligible");
+  // Device first: without the library, a missing model is not the reason given.
   env_["TALLOWBROOK_MODEL"] = dir_ + "/none.gguf";
   EXPECT_EQ(check().reason, "deviceNotEligible");
 }
