@@ -50,18 +50,15 @@ for package in libc6 libstdc++6 libtesseract5 liblept5 libpoppler-cpp0v5 libspng
   tesseract-ocr-eng tesseract-ocr-osd fonts-dejavu-core; do
   check "Depends names $package" grep -qxF -- "$package" <<<"$names"
 done
-# With the model runner, answer needs Node.js, and its module ICU.
-contents=$(dpkg-deb --contents "$deb")
-if grep -q 'lib/tallowbrook-helper/model-runner/runner.mjs$' <<<"$contents"; then
-  for package in nodejs libicu72; do
-    check "Depends names $package" grep -qxF -- "$package" <<<"$names"
-  done
-fi
+# answer's module needs ICU; llama.cpp's libraries are inside the package, and nothing of
+# Node runs the model.
+check "Depends names libicu72" grep -qxF -- libicu72 <<<"$names"
+check "Depends does not name nodejs" bash -c "! grep -qxF -- nodejs <<<'$names'"
 # apt resolves the package's dependencies on this Debian machine (nothing is installed).
 check "apt-get install --simulate accepts the package" \
   bash -c "apt-get install --simulate '$deb' >'$work/apt.log' 2>&1 || { cat '$work/apt.log'; false; }"
 # Every dependency is a real Debian package: installed here by scripts/install-deps, or known to
-# apt (Node.js may come from elsewhere on a developer's machine).
+# apt.
 for name in $names; do
   check "dependency $name is a Debian package" \
     bash -c "dpkg-query -W -f='\${Status}' '$name' 2>/dev/null | grep -q 'install ok installed' ||
@@ -79,14 +76,23 @@ prefix="$root/usr"
 helper="$prefix/bin/tallowbrook-helper"
 docs="$prefix/share/doc/tallowbrook-helper"
 check "bin/tallowbrook-helper is executable" test -x "$helper"
-for module in ocr pdf textpdf speech http; do
+for module in ocr pdf textpdf speech http answer llama llama-jinja; do
   check "lib/tallowbrook-helper/tallowbrook-$module.so" test -f "$prefix/lib/tallowbrook-helper/tallowbrook-$module.so"
 done
 check "the manual page" test -f "$prefix/share/man/man1/tallowbrook-helper.1.gz"
+# llama.cpp: the library, its common part (Jinja templates) and a CPU backend per processor
+# family, beside the modules; no JavaScript anywhere.
+llama="$prefix/lib/tallowbrook-helper/llama"
+for library in libllama.v0.4.0.so libggml.v0.4.0.so libggml-base.so libllama-common.so \
+  libggml-cpu-x64.so libggml-cpu-haswell.so; do
+  check "lib/tallowbrook-helper/llama/$library" test -f "$llama/$library"
+done
+check "no JavaScript in the package" \
+  bash -c "! dpkg-deb --contents '$deb' | grep -qE '\\.(m?js|node)\$'"
 for file in protocol.md copyright changelog.Debian.gz examples/scan.png examples/letter.rtf examples/notes.json; do
   check "share/doc/tallowbrook-helper/$file" test -f "$docs/$file"
 done
-# No ELF file (an executable, a shared object or a Node addon) in the package points the
+# No ELF file (an executable or a shared object) in the package points the
 # loader outside the package (a build folder) or at the
 # current directory (an empty entry): only entries relative to $ORIGIN are allowed.
 elf_with_path=""
