@@ -13,6 +13,7 @@ add_executable(mcp-unit-tests
   unit/mcp_line_reader_test.cpp
   unit/mcp_relay_test.cpp
   unit/mcp_reply_test.cpp
+  unit/mcp_token_test.cpp
   unit/mcp_utf8_text_test.cpp
 )
 target_include_directories(mcp-unit-tests PRIVATE unit)

@@ -9,6 +9,7 @@
 #include "answer/mcp_classify.h"
 #include "answer/mcp_endpoint.h"
 #include "answer/mcp_reply.h"
+#include "answer/mcp_token.h"
 #include "answer/utf8_text.h"
 #include "cli/fail.h"
 #include "cli/module.h"
@@ -27,7 +28,8 @@ void run(const std::vector<std::string>& args) {
   void* module = loadModule("http");
   auto factory =
       reinterpret_cast<HttpClientFactory>(moduleSymbol(module, "http", kHttpClientFactorySymbol));
-  std::unique_ptr<HttpClient> client(factory(args.front().c_str(), token ? token : ""));
+  std::unique_ptr<HttpClient> client(
+      factory(args.front().c_str(), bearerToken(token ? token : "").c_str()));
   if (!client) fail("mcp-bridge: the HTTP client could not be started");
 
   relay(STDIN_FILENO, *client);

@@ -27,7 +27,8 @@ class HttpClient {
 };
 
 // The http module's entry: makes the client for `url` (passed unchanged to the HTTP library)
-// sending "Authorization: Bearer <token>". Returns null if the HTTP library cannot start. The
+// sending "Authorization: Bearer <token>" (a token checked by bearerToken, mcp_token.h: no
+// control characters). Returns null if the HTTP library cannot start. The
 // caller owns the result and deletes it.
 using HttpClientFactory = HttpClient* (*)(const char* url, const char* token);
 inline constexpr const char* kHttpClientFactorySymbol = "tallowbrook_mcp_http_client";

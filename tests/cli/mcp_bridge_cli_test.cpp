@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <fstream>
 #include <random>
@@ -209,6 +210,60 @@ TEST(McpBridgeCli, TheTokenComesFromTheEnvironment) {
   bridge(server.url(), request(1) + "\n", options);
   ASSERT_EQ(server.requests().size(), 1u);
   EXPECT_EQ(server.requests()[0].header("Authorization"), "Bearer tb_9f/+=");
+}
+
+// The header lines of a request's head, split at CR LF; fails the test if a bare CR or LF or
+// any other control character is in it.
+std::vector<std::string> headLines(const std::string& head) {
+  std::vector<std::string> lines;
+  size_t start = 0;
+  for (;;) {
+    size_t end = head.find("\r\n", start);
+    std::string line = head.substr(start, end == std::string::npos ? end : end - start);
+    for (char c : line) {
+      EXPECT_FALSE(static_cast<unsigned char>(c) < 0x20 || c == 0x7F)
+          << "control character " << int(c) << " in " << line;
+    }
+    lines.push_back(line);
+    if (end == std::string::npos) return lines;
+    start = end + 2;
+  }
+}
+
+TEST(McpBridgeCli, BlanksAndLineEndsAroundTheTokenAreDropped) {
+  LoopbackHttpServer server([](const HttpRequest&) { return respond(202); });
+  RunOptions options;
+  options.env.emplace_back("TALLOWBROOK_MCP_TOKEN", "  tb_9f/+=\r\n");
+  bridge(server.url(), request(1) + "\n", options);
+  ASSERT_EQ(server.requests().size(), 1u);
+  auto lines = headLines(server.requests()[0].head);
+  EXPECT_NE(std::find(lines.begin(), lines.end(), "Authorization: Bearer tb_9f/+="), lines.end())
+      << server.requests()[0].head;
+}
+
+TEST(McpBridgeCli, ATokenHoldingALineBreakNeverReachesTheHeaders) {
+  for (std::string token :
+       {std::string("secret\r\nX-Injected: 1"), std::string("secret\nX-Injected: 1"),
+        std::string("sec\x01ret"), std::string("secret\rX-Injected: 1")}) {
+    LoopbackHttpServer server([](const HttpRequest& r) {
+      return r.header("Authorization") == "Bearer secret" ? respond(202) : respond(401);
+    });
+    RunOptions options;
+    options.env.emplace_back("TALLOWBROOK_MCP_TOKEN", token);
+    auto run = bridge(server.url(), request("t1") + "\n", options);
+    auto requests = server.requests();
+    ASSERT_EQ(requests.size(), 1u);
+    const auto& sent = requests[0];
+    auto lines = headLines(sent.head);
+    EXPECT_EQ(sent.headerCount("X-Injected"), 0) << sent.head;
+    EXPECT_EQ(sent.headerCount("Authorization"), 1) << sent.head;
+    EXPECT_NE(std::find(lines.begin(), lines.end(), "Authorization: Bearer "), lines.end())
+        << sent.head;
+    // The application refuses the bare word, and the user gets the token message.
+    auto printed = jsonLines(run.out);
+    ASSERT_EQ(printed.size(), 1u);
+    EXPECT_EQ(printed[0], errorFor("t1", kRefusedToken));
+  }
 }
 
 TEST(McpBridgeCli, StatusesBecomeErrorsWithTheRequestsId) {

@@ -180,6 +180,7 @@ void LoopbackHttpServer::serve(int fd, int connection) {
       HttpRequest request;
       request.connection = connection;
       std::string head = buffer.substr(0, headEnd);
+      request.head = head;
       buffer.erase(0, headEnd + 4);
       size_t lineEnd = head.find("\r\n");
       std::string first = head.substr(0, lineEnd);

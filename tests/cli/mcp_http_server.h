@@ -21,6 +21,7 @@ struct HttpRequest {
   // removed and trailing blanks kept.
   std::vector<std::pair<std::string, std::string>> headers;
   std::string body;
+  std::string head;    // the exact bytes before the blank line that ends the headers
   int connection = 0;  // 1 for the first connection accepted, 2 for the next, ...
 
   // The value of the first header called `name` (case-insensitive), if any.
