@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "cli/fail.h"
@@ -15,31 +16,49 @@ namespace {
 
 class DiskFiles : public FileReader {
  public:
+  explicit DiskFiles(size_t limit) : limit_(limit) {}
+
   std::optional<std::string> read(const std::string& path) const override {
     const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return std::nullopt;
-    std::string bytes;
-    char buffer[65536];
-    for (;;) {
-      const ssize_t n = ::read(fd, buffer, sizeof buffer);
-      if (n > 0) {
-        bytes.append(buffer, size_t(n));
-      } else if (n == 0) {
-        break;
-      } else if (errno != EINTR) {
-        ::close(fd);
-        return std::nullopt;  // a directory, or a failing device
-      }
-    }
+    std::optional<std::string> bytes = readOpen(fd);
     ::close(fd);
     return bytes;
   }
+
+ private:
+  std::optional<std::string> readOpen(int fd) const {
+    std::string bytes;
+    bool openingChecked = false;
+    char buffer[65536];
+    for (;;) {
+      // Never more than one byte past the limit: that byte says the file is too large.
+      const size_t room = std::min(sizeof buffer, limit_ + 1 - std::min(bytes.size(), limit_));
+      const ssize_t n = ::read(fd, buffer, room);
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0) return std::nullopt;  // a directory, or a failing device
+      bytes.append(buffer, size_t(n));
+      if (bytes.size() > limit_) return std::nullopt;
+      if (!openingChecked && (n == 0 || bytes.size() >= kRtfOpeningBytes)) {
+        openingChecked = true;
+        // Not RTF: the opening is all the caller needs to refuse it.
+        if (!rtf::looksLikeRtf(std::string_view(bytes).substr(0, kRtfOpeningBytes))) return bytes;
+      }
+      if (n == 0) return bytes;
+    }
+  }
+
+  size_t limit_;
 };
 
 }  // namespace
 
+std::unique_ptr<FileReader> makeDiskFiles(size_t limit) {
+  return std::make_unique<DiskFiles>(limit);
+}
+
 const FileReader& diskFiles() {
-  static const DiskFiles files;
+  static const DiskFiles files(kMaxRtfBytes);
   return files;
 }
 

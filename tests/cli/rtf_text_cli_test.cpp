@@ -117,6 +117,23 @@ TEST(RtfTextCli, NotRtf) {
                         kNotRtf);
 }
 
+TEST(RtfTextCli, ADeviceThatNeverEndsIsRefusedAtOnce) {
+  RunOptions options;
+  options.timeoutMs = 10000;
+  auto run = runHelper({"rtf-text", "/dev/zero"}, options);
+  EXPECT_FALSE(run.timedOut);
+  expectFailureDocument(run, "that file is not RTF this Mac can read");
+}
+
+TEST(RtfTextCli, APipeThatNeverEndsIsRefusedAtOnce) {
+  // The helper reads a pipe fed forever by `yes`; the opening is enough to refuse it.
+  RunOptions options;
+  options.timeoutMs = 10000;
+  auto run = runProgram({"sh", "-c", "yes | \"$0\" rtf-text /dev/stdin", HELPER_PATH}, options);
+  EXPECT_FALSE(run.timedOut);
+  expectFailureDocument(run, "that file is not RTF this Mac can read");
+}
+
 TEST(RtfTextCli, CorpusFilesThatAreNotRtf) {
   expectFailureDocument(runHelper({"rtf-text", kCorpus + "/rtfpipe__RtfParserTest_fail_0.rtf"}),
                         kNotRtf);

@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
 #include <map>
 
 #include "stdout_capture.h"
@@ -81,6 +85,58 @@ TEST(RichText, RunOfAnEmptyDocumentPrintsOnlyDone) {
   StdoutCapture capture;
   run({"e.rtf"}, files);
   EXPECT_EQ(capture.text(), "{\"type\":\"done\"}\n");
+}
+
+// A file in a fresh temporary folder, removed with it.
+class TempFile {
+ public:
+  explicit TempFile(const std::string& content, off_t sparseTail = 0) {
+    char dir[] = "/tmp/tallowbrook-rtf-XXXXXX";
+    dir_ = mkdtemp(dir);
+    path_ = dir_ + "/file";
+    std::ofstream(path_, std::ios::binary) << content;
+    if (sparseTail > 0) {
+      EXPECT_EQ(truncate(path_.c_str(), off_t(content.size()) + sparseTail), 0);
+    }
+  }
+  ~TempFile() {
+    unlink(path_.c_str());
+    rmdir(dir_.c_str());
+  }
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string dir_, path_;
+};
+
+TEST(RichText, DiskFilesStopAtAnOpeningThatIsNotRtf) {
+  // 50 MB that do not begin like RTF: only the opening is read.
+  TempFile large("PK\x03\x04 not a document", 50 << 20);
+  auto bytes = diskFiles().read(large.path());
+  ASSERT_TRUE(bytes);
+  EXPECT_LE(bytes->size(), size_t(65536));
+  EXPECT_GE(bytes->size(), kRtfOpeningBytes);
+  EXPECT_EQ(convert(*bytes).failure, "that file is not RTF this Mac can read");
+  // A device that never ends.
+  auto zeros = diskFiles().read("/dev/zero");
+  ASSERT_TRUE(zeros);
+  EXPECT_LE(zeros->size(), size_t(65536));
+  EXPECT_EQ(prepare({"/dev/zero"}, diskFiles()).failure, "that file is not RTF this Mac can read");
+}
+
+TEST(RichText, DiskFilesReadRtfWholeUpToTheLimit) {
+  std::string document = "\xEF\xBB\xBF \r\n{\\rtf1 " + std::string(100000, 'a') + "}";
+  TempFile file(document);
+  EXPECT_EQ(makeDiskFiles(document.size())->read(file.path()), document);
+  EXPECT_EQ(diskFiles().read(file.path()), document);
+  // One byte more than the reader takes: the file cannot be read.
+  EXPECT_FALSE(makeDiskFiles(document.size() - 1)->read(file.path()));
+  EXPECT_EQ(prepare({file.path()}, *makeDiskFiles(1000)).failure, "could not read " + file.path());
+  // Short files are checked whole.
+  TempFile tiny("{\\rtf1}");
+  EXPECT_EQ(diskFiles().read(tiny.path()), "{\\rtf1}");
+  TempFile empty("");
+  EXPECT_EQ(diskFiles().read(empty.path()), "");
 }
 
 TEST(RichText, DiskFilesReadsAndRefuses) {
