@@ -27,8 +27,7 @@ tallowbrook_fuzz_target(rtf_reader SOURCES fuzz/rtf_reader_fuzz.cpp LIBRARIES ta
 # CLI tests: the built helper on the corpus, on missing and foreign files, on cut-off files.
 add_executable(rtf-cli-tests cli/rtf_text_cli_test.cpp)
 target_link_libraries(rtf-cli-tests PRIVATE cli-test-support tallowbrook-warnings GTest::gtest_main)
-target_compile_definitions(rtf-cli-tests PRIVATE RTF_CORPUS_DIR="${RTF_CORPUS_DIR}"
-  HELPER_PATH="$<TARGET_FILE:tallowbrook-helper>")
+target_compile_definitions(rtf-cli-tests PRIVATE RTF_CORPUS_DIR="${RTF_CORPUS_DIR}")
 add_dependencies(rtf-cli-tests tallowbrook-helper)
 gtest_discover_tests(rtf-cli-tests TEST_PREFIX "rtf.cli." DISCOVERY_TIMEOUT 60
                      PROPERTIES TIMEOUT 300)

@@ -48,8 +48,10 @@ void generateInChild(const std::string& llamaModule, const GenerationJob& job,
 }  // namespace
 
 void run() {
-  std::string input = readStandardInput();
-  auto request = decodeRequest(input);
+  // No request comes near this; a longer input is not one.
+  constexpr size_t kMaxRequestBytes = 64u << 20;
+  std::optional<std::string> input = readStandardInput(kMaxRequestBytes);
+  auto request = input ? decodeRequest(*input) : std::nullopt;
   if (!request) fail("could not parse the request on stdin");
 
   ModelSetup setup;

@@ -136,10 +136,12 @@ void run(const std::vector<std::string>& args, std::string_view input, Typesette
 
 void run(const std::vector<std::string>& args) {
   if (args.empty()) fail(kUsage);
-  std::string input = readStandardInput();
-  std::optional<Request> request = decode(input);
+  // Tens of thousands of pages; a longer input is not a request.
+  constexpr size_t kMaxRequestBytes = 64u << 20;
+  std::optional<std::string> input = readStandardInput(kMaxRequestBytes);
+  std::optional<Request> request = input ? decode(*input) : std::nullopt;
   if (!request) fail(kParseFailure);
-  input = {};
+  input.reset();
   Outcome outcome = write(args[0], *request, loadTypesetter());
   if (outcome.failure) fail(*outcome.failure);
   writeJsonLine(outcome.summary);

@@ -65,7 +65,9 @@ Failure render(const std::vector<std::string>& args, Environment& env) {
   Options options = scanOptions(args);
   if (!options.out) return kRenderUsage;
 
-  std::string text = decodeText(env.readInput());
+  std::optional<std::string> input = env.readInput();
+  if (!input) return kTooMuchText;
+  std::string text = decodeText(*input);
   if (isBlank(text)) return "there is no text to read";
 
   SpeechEngine& engine = engineOf(env);
@@ -96,7 +98,9 @@ Failure render(const std::vector<std::string>& args, Environment& env) {
 
 Failure preview(const std::vector<std::string>& args, Environment& env) {
   Options options = scanOptions(args, OptionSet::preview);
-  std::string text = decodeText(env.readInput());
+  std::optional<std::string> input = env.readInput();
+  if (!input) return kTooMuchText;
+  std::string text = decodeText(*input);
   if (isBlank(text)) text = kSampleSentence;
 
   SpeechEngine& engine = engineOf(env);
@@ -125,7 +129,7 @@ Failure runWith(const std::vector<std::string>& args, Environment& env) {
 void run(const std::vector<std::string>& args) {
   // Lives until the process ends: a failed run exits while a synthesis may still be going.
   static Environment env;
-  env.readInput = readStandardInput;
+  env.readInput = [] { return readStandardInput(kMaxTextBytes); };
   env.createEngine = loadEngine;
   if (Failure failure = runWith(args, env)) fail(*failure);
 }

@@ -15,8 +15,9 @@ namespace tallowbrook::Speak {
 
 // What a speak run talks to: standard input and the synthesiser, and how long it waits.
 struct Environment {
-  // Reads standard input to its end. Called at most once, on the main thread.
-  std::function<std::string()> readInput;
+  // Reads standard input to its end; nothing when it holds more than kMaxTextBytes. Called at
+  // most once, on the main thread.
+  std::function<std::optional<std::string>()> readInput;
   // Creates the synthesiser (loads its module), or fails the run. Called at most once, on the
   // main thread, and only once the command line and the input are known to be usable.
   std::function<std::unique_ptr<SpeechEngine>()> createEngine;
@@ -47,6 +48,10 @@ Failure render(const std::vector<std::string>& args, Environment& env);
 Failure preview(const std::vector<std::string>& args, Environment& env);
 
 // The sentence a preview speaks when standard input holds no text.
+// More text than any voice reads within its ten minutes, many times over: standard input is
+// not read past it, and the run fails with kTooMuchText.
+inline constexpr size_t kMaxTextBytes = 16u << 20;
+inline constexpr const char* kTooMuchText = "there is more text than can be read (over 16 MiB)";
 inline constexpr const char* kSampleSentence = "The quick brown fox jumps over the lazy dog.";
 
 }  // namespace tallowbrook::Speak

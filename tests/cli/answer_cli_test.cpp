@@ -250,6 +250,14 @@ TEST(Answer, ABadRequestFailsBeforeTheModel) {
   }
 }
 
+TEST(Answer, InputThatNeverEndsIsNotARequest) {
+  RunOptions options = withModel(kReply, "");
+  options.timeoutMs = 20000;
+  auto run = runHelperFedForever({"answer"}, options);
+  EXPECT_FALSE(run.timedOut);
+  expectFailureDocument(run, "could not parse the request on stdin");
+}
+
 TEST(Answer, TheRequestIsReadBeforeTheModelIsChecked) {
   auto run = answer("/nonexistent/model.gguf", "{\"user\":\"u\"}");
   expectFailureDocument(run, "could not parse the request on stdin");

@@ -129,7 +129,7 @@ TEST(RtfTextCli, APipeThatNeverEndsIsRefusedAtOnce) {
   // The helper reads a pipe fed forever by `yes`; the opening is enough to refuse it.
   RunOptions options;
   options.timeoutMs = 10000;
-  auto run = runProgram({"sh", "-c", "yes | \"$0\" rtf-text /dev/stdin", HELPER_PATH}, options);
+  auto run = runHelperFedForever({"rtf-text", "/dev/stdin"}, options);
   EXPECT_FALSE(run.timedOut);
   expectFailureDocument(run, "that file is not RTF this Mac can read");
 }

@@ -107,6 +107,14 @@ HelperRun runProgram(const std::vector<std::string>& argv, const RunOptions& opt
   return result;
 }
 
+HelperRun runHelperFedForever(const std::vector<std::string>& args, const RunOptions& options) {
+  std::string command = "yes | exec \"$0\"";
+  for (size_t i = 0; i < args.size(); ++i) command += " \"$" + std::to_string(i + 1) + "\"";
+  std::vector<std::string> argv{"sh", "-c", command, HELPER_PATH};
+  argv.insert(argv.end(), args.begin(), args.end());
+  return runProgram(argv, options);
+}
+
 HelperRun runHelper(const std::vector<std::string>& args, const RunOptions& options) {
   std::vector<std::string> argv{HELPER_PATH};
   argv.insert(argv.end(), args.begin(), args.end());

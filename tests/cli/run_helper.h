@@ -26,6 +26,10 @@ struct RunOptions {
 // Runs the helper at HELPER_PATH with `args`.
 HelperRun runHelper(const std::vector<std::string>& args, const RunOptions& options = {});
 
+// Runs the helper with `args` and standard input fed without end by `yes` ("y" lines until the
+// helper stops reading); options.input is not used.
+HelperRun runHelperFedForever(const std::vector<std::string>& args, const RunOptions& options);
+
 // Runs any program (argv[0] is looked up in PATH).
 HelperRun runProgram(const std::vector<std::string>& argv, const RunOptions& options = {});
 

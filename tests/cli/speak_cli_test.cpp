@@ -96,6 +96,18 @@ TEST_F(SpeakCli, WithoutAnActionFailsWithTheUsage) {
   expectFailureDocument(runHelper({"speak", "say"}), "unknown speak command: say");
 }
 
+TEST_F(SpeakCli, TextThatNeverEndsIsRefusedWithoutAFile) {
+  RunOptions options;
+  options.timeoutMs = 20000;
+  std::string out = dir + "/endless.wav";
+  for (const char* action : {"render", "preview"}) {
+    auto run = runHelperFedForever({"speak", action, "--out", out}, options);
+    EXPECT_FALSE(run.timedOut) << action;
+    expectFailureDocument(run, "there is more text than can be read (over 16 MiB)");
+  }
+  EXPECT_FALSE(std::filesystem::exists(out));
+}
+
 TEST_F(SpeakCli, VoicesListsEveryEspeakVoiceThenDone) {
   auto run = runHelper({"speak", "voices"});
   ASSERT_EQ(run.status, 0) << run.out;

@@ -318,6 +318,16 @@ TEST_F(TextPdfCli, AFiftyMegabyteNonRequestFails) {
   EXPECT_FALSE(fs::exists(out));
 }
 
+TEST_F(TextPdfCli, InputThatNeverEndsIsNotARequest) {
+  std::string out = path("endless.pdf");
+  RunOptions options;
+  options.timeoutMs = 20000;
+  auto run = runHelperFedForever({"text-pdf", out}, options);
+  EXPECT_FALSE(run.timedOut);
+  expectFailureDocument(run, "could not parse the request on stdin");
+  EXPECT_FALSE(fs::exists(out));
+}
+
 TEST_F(TextPdfCli, BadRequestsFailWithoutAFile) {
   std::string out = path("bad.pdf");
   for (const char* input :

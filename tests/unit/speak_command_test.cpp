@@ -73,7 +73,7 @@ class SpeakCommand : public testing::Test {
 
   std::unique_ptr<FakeEngine> owned = std::make_unique<FakeEngine>();
   FakeEngine& engine = *owned;
-  std::string input = "Hello world.";
+  std::optional<std::string> input = "Hello world.";  // nothing: more than the reader takes
   int inputReads = 0;
   int enginesCreated = 0;
   std::string dir;
@@ -123,6 +123,14 @@ TEST_F(SpeakCommand, RenderWithoutOutFailsWithItsUsage) {
 TEST_F(SpeakCommand, ATrailingOutDropsThePathGivenEarlier) {
   EXPECT_EQ(run({"render", "--out", out, "--out"}),
             "usage: render --out <path> [--voice id] [--rate f]");
+  EXPECT_FALSE(std::filesystem::exists(out));
+}
+
+TEST_F(SpeakCommand, TooMuchTextIsRefusedBeforeTheVoiceStarts) {
+  input = std::nullopt;
+  EXPECT_EQ(run({"render", "--out", out}), "there is more text than can be read (over 16 MiB)");
+  EXPECT_EQ(run({"preview"}), "there is more text than can be read (over 16 MiB)");
+  EXPECT_EQ(enginesCreated, 0);
   EXPECT_FALSE(std::filesystem::exists(out));
 }
 
