@@ -37,9 +37,11 @@ std::vector<GpuCandidate> vulkanDevices();
 // without a Vulkan loader. Empty when NVML is missing or fails.
 std::vector<GpuCandidate> nvmlDevices();
 
-// The machine's GPU: Vulkan's choice, else NVML's, else the "not available" answer. Never
-// fails; anything the loaders or drivers print on standard error meanwhile is discarded, since
-// standard error belongs to the lid diagnostics. Main thread only, before other threads exist.
+// The machine's GPU: Vulkan's choice (asked only when a GPU device node exists or Vulkan drivers
+// are named in the environment, gpu_presence.h), else NVML's, else the "not available" answer.
+// Never fails; anything the loaders or drivers print on standard error meanwhile is discarded,
+// since standard error belongs to the lid diagnostics. Main thread only, before other threads
+// exist.
 GpuFacts probeGpu();
 
 }  // namespace tallowbrook

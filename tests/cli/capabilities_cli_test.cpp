@@ -1,6 +1,10 @@
 // `capabilities` against real and stand-in GPU libraries.
 #include <glob.h>
 
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
 #include <gtest/gtest.h>
 
 #include "run_helper.h"
@@ -40,15 +44,51 @@ void expectNoGpu(const nlohmann::json& r) {
   EXPECT_EQ(r["gpuUnifiedMemory"], false);
 }
 
-// A fake loader first in the search path; NVML present but without a driver unless given.
+// A fake loader first in the search path; NVML present but without a driver unless given. The
+// fake loader stands in for the GPU too, so drivers are named (VK_DRIVER_FILES, which it
+// ignores): the helper then asks Vulkan even on a machine without GPU device nodes.
 RunOptions withFakes(const std::string& vulkanDir, const std::string& devices,
                      const std::string& nvml = "") {
   RunOptions options;
-  options.env = {{"LD_LIBRARY_PATH", vulkanDir + ":" + kFakeNvml}};
+  options.env = {{"LD_LIBRARY_PATH", vulkanDir + ":" + kFakeNvml},
+                 {"VK_DRIVER_FILES", "/nonexistent/fake-icd.json"}};
   if (!devices.empty()) options.env.push_back({"FAKE_VULKAN_DEVICES", devices});
   if (!nvml.empty()) options.env.push_back({"FAKE_NVML", nvml});
   options.unsetEnv = {"FAKE_VULKAN_DEVICES", "FAKE_NVML"};
   return options;
+}
+
+// Whether this machine has a GPU device node, as the helper looks for one.
+bool machineHasGpuNodes() {
+  glob_t found{};
+  bool any = false;
+  for (const char* pattern : {"/sys/class/drm/renderD[0-9]*", "/dev/nvidia[0-9]*", "/dev/dxg"}) {
+    if (glob(pattern, 0, nullptr, &found) == 0) any = true;
+    globfree(&found);
+  }
+  return any;
+}
+
+// The libraries a run of `capabilities` loaded (the loader's LD_DEBUG=files trace, written to
+// a file since standard error is silenced while the GPU is probed).
+std::string librariesLoaded(RunOptions options) {
+  char dir[] = "/tmp/tallowbrook-ld-debug-XXXXXX";
+  std::string folder = mkdtemp(dir);
+  options.env.push_back({"LD_DEBUG", "files"});
+  options.env.push_back({"LD_DEBUG_OUTPUT", folder + "/trace"});
+  auto run = runHelper({"capabilities"}, options);
+  EXPECT_EQ(run.status, 0);
+  std::string trace;
+  glob_t found{};
+  if (glob((folder + "/trace*").c_str(), 0, nullptr, &found) == 0) {
+    for (size_t i = 0; i < found.gl_pathc; ++i) {
+      std::ifstream in(found.gl_pathv[i]);
+      trace += std::string(std::istreambuf_iterator<char>(in), {});
+    }
+  }
+  globfree(&found);
+  std::filesystem::remove_all(folder);
+  return trace;
 }
 
 TEST(Capabilities, OnlyACpuVulkanDeviceIsNoGpu) {
@@ -68,6 +108,30 @@ TEST(Capabilities, OnlyACpuVulkanDeviceIsNoGpu) {
   expectNoGpu(r);
   EXPECT_EQ(r["localModel"], false);
   EXPECT_EQ(r["localModelReason"], "modelNotReady");
+}
+
+TEST(Capabilities, WithoutAGpuDeviceNoVulkanDriverIsLoaded) {
+  // Mesa's drivers (lavapipe and radv load LLVM) stay unloaded unless the machine has a GPU.
+  RunOptions options;
+  options.unsetEnv = {"VK_ICD_FILENAMES", "VK_DRIVER_FILES", "VK_ADD_DRIVER_FILES",
+                      "LD_LIBRARY_PATH"};
+  std::string trace = librariesLoaded(options);
+  ASSERT_NE(trace.find("tallowbrook-helper"), std::string::npos) << "no trace was written";
+  if (machineHasGpuNodes()) {
+    EXPECT_NE(trace.find("libvulkan.so.1"), std::string::npos);
+  } else {
+    EXPECT_EQ(trace.find("libvulkan"), std::string::npos) << trace;
+  }
+}
+
+TEST(Capabilities, NamedDriversAreAskedWithoutAGpuDevice) {
+  std::string icd = lavapipeIcd();
+  ASSERT_FALSE(icd.empty()) << "mesa-vulkan-drivers (lavapipe) is not installed";
+  RunOptions options;
+  options.env = {{"VK_DRIVER_FILES", icd}};
+  options.unsetEnv = {"VK_ICD_FILENAMES", "VK_ADD_DRIVER_FILES", "LD_LIBRARY_PATH"};
+  std::string trace = librariesLoaded(options);
+  EXPECT_NE(trace.find("libvulkan_lvp"), std::string::npos);
 }
 
 TEST(Capabilities, NoDriverIsNoGpu) {
