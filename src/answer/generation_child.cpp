@@ -77,7 +77,10 @@ class PipeSink final : public GenerationSink {
   }
 
   int fd_;
-  std::chrono::steady_clock::time_point lastSent_{};
+  // From the start: the first sign of life is due a second in, so a quick load wakes the
+  // helper only for what it must read (the helper's wake-ups also count as busy processors
+  // when the model picks its threads).
+  std::chrono::steady_clock::time_point lastSent_ = std::chrono::steady_clock::now();
 };
 
 // In the forked child: dies with the helper, keeps standard input and output (the helper's JSON

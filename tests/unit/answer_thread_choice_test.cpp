@@ -1,11 +1,16 @@
 // The thread count for the language model.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+
 #include "answer/llama/thread_choice.h"
 
 using tallowbrook::Answer::chooseThreads;
 using tallowbrook::Answer::cpuShare;
 using tallowbrook::Answer::kSmallModelBytes;
+using tallowbrook::Answer::othersRunning;
+using tallowbrook::Answer::othersRunningNow;
 
 TEST(ThreadChoice, ATinyModelGetsOneThread) {
   EXPECT_EQ(chooseThreads(2, 2, 500 * 1024), 1);
@@ -21,6 +26,37 @@ TEST(ThreadChoice, ALargerModelGetsAThreadPerPhysicalCore) {
   EXPECT_EQ(chooseThreads(6, 0, model), 6);  // unknown topology
   EXPECT_EQ(chooseThreads(0, 0, model), 1);
   EXPECT_EQ(chooseThreads(512, 256, model), 64);
+}
+
+TEST(ThreadChoice, BusyProcessorsAreLeftToTheirWork) {
+  const uint64_t model = 2ull << 30;
+  EXPECT_EQ(chooseThreads(2, 2, model, 0), 2);
+  EXPECT_EQ(chooseThreads(2, 2, model, 1), 1);
+  EXPECT_EQ(chooseThreads(2, 2, model, 2), 1);  // never fewer than one
+  EXPECT_EQ(chooseThreads(16, 8, model, 3), 8);
+  EXPECT_EQ(chooseThreads(16, 8, model, 12), 4);
+  EXPECT_EQ(chooseThreads(16, 8, 1024, 0), 1);
+}
+
+TEST(ThreadChoice, OnlyWorkSeenInEveryLookCounts) {
+  EXPECT_EQ(othersRunning(0, 1, 0), 0u);
+  EXPECT_EQ(othersRunning(1, 1, 0), 0u);
+  EXPECT_EQ(othersRunning(2, 2, 2), 2u);
+  EXPECT_EQ(othersRunning(3, 1, 2), 1u);
+}
+
+TEST(ThreadChoice, OtherWorkIsCounted) {
+  // This thread spins while another is busy too: at least one other is running.
+  std::atomic<bool> stop{false};
+  std::thread busy([&] {
+    while (!stop) {
+    }
+  });
+  size_t seen = 0;
+  for (int i = 0; i < 50 && seen == 0; ++i) seen = othersRunningNow();
+  stop = true;
+  busy.join();
+  EXPECT_GE(seen, 1u);
 }
 
 TEST(ThreadChoice, TheShareFollowsTheAffinityMask) {

@@ -125,6 +125,8 @@ void generate(const GenerationJob& job, GenerationSink& sink) {
   Progress progress{&sink, {}};
   ggml_set_abort_callback(reportAbort);
   llama_log_set(logErrors, nullptr);
+  // Other work on the machine, looked at three times while this work goes on (thread_choice.h).
+  size_t othersAtStart = othersRunningNow();
   ggml_backend_load_all_from_path(job.libraryDir.c_str());
   if (ggml_backend_reg_by_name("CPU") == nullptr) {
     sink.unavailable("deviceNotEligible", "no CPU backend of llama.cpp loads on this processor");
@@ -142,6 +144,7 @@ void generate(const GenerationJob& job, GenerationSink& sink) {
   }
   const llama_vocab* vocab = llama_model_get_vocab(model);
 
+  size_t othersAfterLoading = othersRunningNow();
   ChatPrompt prompt = chatPrompt(model, job.system, job.user, job.jinjaModule);
   std::vector<llama_token> tokens = tokenize(vocab, prompt.text);
   uint32_t trained = uint32_t(std::max(llama_model_n_ctx_train(model), 0));
@@ -158,8 +161,11 @@ void generate(const GenerationJob& job, GenerationSink& sink) {
   uint32_t contextSize = uint32_t(trained > 0 ? std::min<uint64_t>(wanted, trained)
                                               : std::min<uint64_t>(wanted, 1u << 20));
 
-  CpuShare share = cpuShare();
-  int threads = chooseThreads(share.allowedCpus, share.physicalCores, llama_model_size(model));
+  // A small model gets one thread whatever the processors: no need to look at them.
+  uint64_t modelBytes = llama_model_size(model);
+  CpuShare share = modelBytes < kSmallModelBytes ? CpuShare{} : cpuShare();
+  size_t others = othersRunning(othersAtStart, othersAfterLoading, othersRunningNow());
+  int threads = chooseThreads(share.allowedCpus, share.physicalCores, modelBytes, others);
   llama_context_params contextParams = llama_context_default_params();
   contextParams.n_ctx = contextSize;
   contextParams.n_batch = std::min<uint32_t>(contextSize, 2048);
