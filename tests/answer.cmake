@@ -51,7 +51,10 @@ add_dependencies(answer-cli-tests tallowbrook-helper tallowbrook-answer tallowbr
 gtest_discover_tests(answer-cli-tests TEST_PREFIX "answer.cli." DISCOVERY_TIMEOUT 60
                      PROPERTIES TIMEOUT 300 LABELS slow)
 
-# Fuzzer (scripts/fuzz): the request decoder, the delta rule, the child's frames and settled text.
+# Fuzzers (scripts/fuzz): the request decoder and the delta rule; the child's frames and the
+# settled text.
 include(${CMAKE_CURRENT_LIST_DIR}/fuzz/fuzz.cmake)
 tallowbrook_fuzz_target(answer_stream SOURCES fuzz/answer_stream_fuzz.cpp
+                        LIBRARIES tallowbrook-answer-impl tallowbrook-core)
+tallowbrook_fuzz_target(child_stream SOURCES fuzz/child_stream_fuzz.cpp
                         LIBRARIES tallowbrook-answer-impl tallowbrook-core)
