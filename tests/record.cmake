@@ -5,6 +5,7 @@ add_executable(unit-record-tests
   unit/box_test.cpp
   unit/meter_test.cpp
   unit/mixer_test.cpp
+  unit/record_control_line_test.cpp
   unit/record_equal_rate_test.cpp
   unit/record_mic_source_test.cpp
   unit/record_microphone_route_test.cpp
@@ -40,3 +41,8 @@ target_compile_definitions(record-cli-tests PRIVATE
 add_dependencies(record-cli-tests tallowbrook-helper tallowbrook-record)
 gtest_discover_tests(record-cli-tests TEST_PREFIX "record.cli." DISCOVERY_TIMEOUT 60
   PROPERTIES TIMEOUT 120)
+
+# Fuzzer (scripts/fuzz): the control lines of record start, read and parsed.
+include(${CMAKE_CURRENT_LIST_DIR}/fuzz/fuzz.cmake)
+tallowbrook_fuzz_target(record_control SOURCES fuzz/record_control_fuzz.cpp
+                        LIBRARIES tallowbrook-core)

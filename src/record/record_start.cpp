@@ -6,57 +6,34 @@
 
 #include <chrono>
 #include <cstdio>
-#include <iostream>
 #include <string>
 #include <string_view>
 #include <thread>
 
 #include "cli/fail.h"
 #include "cli/out.h"
+#include "record/control_line.h"
 #include "record/record_error.h"
 
 namespace tallowbrook::Record {
-namespace {
-
-// The length of the horizontal white space character (tab, or a Unicode space separator in
-// UTF-8) at the start of `text`, or 0. Line breaks are not white space here.
-size_t spaceAt(std::string_view text) {
-  static constexpr std::string_view kSpaces[] = {
-      " ",      "\t",     "\u00a0", "\u1680", "\u2000", "\u2001", "\u2002", "\u2003", "\u2004",
-      "\u2005", "\u2006", "\u2007", "\u2008", "\u2009", "\u200a", "\u202f", "\u205f", "\u3000"};
-  for (std::string_view space : kSpaces) {
-    if (text.substr(0, space.size()) == space) return space.size();
-  }
-  return 0;
-}
-
-size_t spaceBefore(std::string_view text) {
-  for (size_t length = 1; length <= 3 && length <= text.size(); ++length) {
-    if (spaceAt(text.substr(text.size() - length)) == length) return length;
-  }
-  return 0;
-}
-
-std::string trimmed(const std::string& line) {
-  std::string_view text = line;
-  while (size_t length = spaceAt(text)) text.remove_prefix(length);
-  while (size_t length = spaceBefore(text)) text.remove_suffix(length);
-  return std::string(text);
-}
-
-}  // namespace
 
 bool applyControlLine(RecordSession& session, const std::string& line) {
-  const std::string command = trimmed(line);
-  if (command == "pause") {
-    session.pause();
-  } else if (command == "resume") {
-    session.resume();
-  } else if (command == "stop") {
-    return false;
-  } else if (!command.empty()) {
-    writeJsonLine(
-        Json{{"type", "record-warning"}, {"message", "unknown control command: " + command}});
+  ControlLine control = parseControlLine(line);
+  switch (control.command) {
+    case ControlCommand::pause:
+      session.pause();
+      break;
+    case ControlCommand::resume:
+      session.resume();
+      break;
+    case ControlCommand::stop:
+      return false;
+    case ControlCommand::unknown:
+      writeJsonLine(Json{{"type", "record-warning"},
+                         {"message", "unknown control command: " + control.text}});
+      break;
+    case ControlCommand::none:
+      break;
   }
   return true;
 }
@@ -91,8 +68,9 @@ void start(const StartOptions& options, RecordPlatform& platform) {
   }).detach();
 
   std::thread([session] {
+    ControlLineReader reader(STDIN_FILENO);
     std::string line;
-    while (std::getline(std::cin, line)) {
+    while (reader.next(&line)) {
       if (!applyControlLine(*session, line)) break;
     }
     session->stop();

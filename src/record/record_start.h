@@ -9,9 +9,9 @@
 
 namespace tallowbrook::Record {
 
-// Applies one control line to `session`: surrounding spaces and tabs are trimmed; "pause",
-// "resume"; an empty line is ignored; anything else prints the "unknown control command: "
-// warning. Returns false for "stop" (the caller stops the session), true otherwise. Any thread.
+// Applies one control line to `session` (parseControlLine): "pause", "resume"; an empty line is
+// ignored; anything else prints the "unknown control command: " warning. Returns false for "stop"
+// (the caller stops the session), true otherwise. Any thread.
 bool applyControlLine(RecordSession& session, const std::string& line);
 
 // Creates and starts the session on `platform` (failing with its RecordError message, or

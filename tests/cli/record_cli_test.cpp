@@ -309,6 +309,36 @@ TEST(RecordCommand, ControlLines) {
   expectStoppedMatchesFile(lines.back(), out);
 }
 
+// The peak resident memory of process `pid` in KiB (VmHWM), or -1.
+long peakKiB(pid_t pid) {
+  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.rfind("VmHWM:", 0) == 0) return std::stol(line.substr(6));
+  }
+  return -1;
+}
+
+TEST(RecordCommand, AControlLineThatNeverEndsKeepsMemoryBounded) {
+  SoundServer server;
+  ASSERT_TRUE(server.started());
+  const std::string out = server.file("long-line.wav");
+  auto recording = startRecording(server, {"--out", out});
+  const long before = peakKiB(recording->pid());
+  ASSERT_GT(before, 0);
+  // 96 MiB without a line break: the helper keeps the first 4 KiB of the line and drops the rest.
+  const std::string block(1 << 20, 'x');
+  for (int i = 0; i < 96; ++i) recording->send(block);
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  EXPECT_LT(peakKiB(recording->pid()) - before, 16 * 1024) << "the line was kept whole";
+  recording->send("\nstop\n");
+  EXPECT_EQ(recording->wait(20000), 0);
+  auto warning = recording->waitForType("record-warning", 1000);
+  ASSERT_TRUE(warning.has_value());
+  EXPECT_EQ((*warning)["message"], "unknown control command: " + std::string(4096, 'x'));
+  EXPECT_EQ(recording->jsonLines().back()["type"], "record-stopped");
+  expectStoppedMatchesFile(recording->jsonLines().back(), out);
+}
+
 TEST(RecordCommand, SigtermStopsLikeAStopLineAndASecondSignalDoesNothingMore) {
   SoundServer server;
   ASSERT_TRUE(server.started());
