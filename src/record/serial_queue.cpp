@@ -83,8 +83,11 @@ void SerialQueue::work(const std::shared_ptr<State>& state) {
       continue;
     }
     const auto now = std::chrono::steady_clock::now();
-    if (due->second.deadline > now) {
-      state->wake.wait_until(held, due->second.deadline);
+    // A copy: wait_until reads the deadline again after waking, and while it waits the lock is
+    // free and the timer may be cancelled, its entry freed.
+    const auto deadline = due->second.deadline;
+    if (deadline > now) {
+      state->wake.wait_until(held, deadline);
       continue;
     }
     Timer& timer = due->second;
