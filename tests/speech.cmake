@@ -20,3 +20,7 @@ target_compile_definitions(speech-cli-tests PRIVATE
 add_dependencies(speech-cli-tests tallowbrook-helper tallowbrook-speech)
 gtest_discover_tests(speech-cli-tests TEST_PREFIX "speech.cli." DISCOVERY_TIMEOUT 60
                      PROPERTIES TIMEOUT 300 RESOURCE_LOCK speech-sound-server)
+
+# Fuzzer (scripts/fuzz): the text a speak run reads and its UTF-16 offsets.
+include(${CMAKE_CURRENT_LIST_DIR}/fuzz/fuzz.cmake)
+tallowbrook_fuzz_target(speak_text SOURCES fuzz/speak_text_fuzz.cpp LIBRARIES tallowbrook-core)

@@ -37,3 +37,8 @@ target_link_libraries(textpdf-module-tests PRIVATE tallowbrook-textpdf-impl tall
                       tallowbrook-warnings GTest::gtest_main)
 gtest_discover_tests(textpdf-module-tests TEST_PREFIX "textpdf." DISCOVERY_TIMEOUT 60
                      PROPERTIES TIMEOUT 120 ${TEXTPDF_SANITIZER_ENVIRONMENT})
+
+# Fuzzer (scripts/fuzz): the request reader and its styled text.
+include(${CMAKE_CURRENT_LIST_DIR}/fuzz/fuzz.cmake)
+tallowbrook_fuzz_target(text_pdf_request SOURCES fuzz/text_pdf_request_fuzz.cpp
+                        LIBRARIES tallowbrook-core)
