@@ -83,5 +83,5 @@ string(REPLACE ";" ", " CPACK_DEBIAN_PACKAGE_DEPENDS "${TALLOWBROOK_RUNTIME_DEPE
 # German recognition data; CJK and emoji fonts for text-pdf; a sound server for record and
 # speak preview; the Vulkan loader through which capabilities finds a GPU.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS
-    "tesseract-ocr-deu, fonts-noto-cjk, fonts-noto-color-emoji, pipewire-pulse | pulseaudio, libvulkan1")
+    "tesseract-ocr-deu, fonts-noto-cjk, fonts-noto-core, fonts-noto-color-emoji, pipewire-pulse | pulseaudio, libvulkan1")
 include(CPack)

@@ -4,7 +4,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
+#include <map>
 #include <set>
 #include <sstream>
 #include <string>
@@ -232,6 +234,169 @@ TEST_F(TextPdfCli, EmojiAreDrawnAsPicturesBetweenTheText) {
   // Colour emoji glyphs become images in the PDF: two lines of header, then one per image.
   std::string images = tool({"pdfimages", "-list", out});
   EXPECT_GE(std::count(images.begin(), images.end(), '\n'), 3) << images;
+}
+
+// The code points of UTF-8 `text`, each once, without white space.
+std::set<char32_t> codePoints(const std::string& text) {
+  std::set<char32_t> out;
+  for (std::size_t i = 0; i < text.size();) {
+    unsigned char lead = static_cast<unsigned char>(text[i]);
+    int length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+    char32_t c = length == 1 ? lead : lead & (0x7F >> length);
+    for (int k = 1; k < length && i + k < text.size(); ++k) {
+      c = (c << 6) | (static_cast<unsigned char>(text[i + k]) & 0x3F);
+    }
+    if (c != ' ' && c != '\n' && c != '\t') out.insert(c);
+    i += static_cast<std::size_t>(length);
+  }
+  return out;
+}
+
+// The PostScript names of the installed fonts that have `c`, as fontconfig knows them.
+const std::set<std::string>& fontsWith(char32_t c) {
+  static std::map<char32_t, std::set<std::string>> known;
+  auto found = known.find(c);
+  if (found != known.end()) return found->second;
+  char charset[32];
+  std::snprintf(charset, sizeof charset, ":charset=%x", static_cast<unsigned>(c));
+  std::set<std::string>& names = known[c];
+  std::istringstream in(tool({"fc-list", charset, "postscriptname"}));
+  for (std::string line; std::getline(in, line);) {
+    auto equals = line.find('=');
+    if (equals != std::string::npos) names.insert(line.substr(equals + 1));
+  }
+  return names;
+}
+
+// The characters of `text` (as U+XXXX) that no font embedded in `pdf` has. Pango lays a
+// character out in the first font of its fallback list that has it; one that no installed font
+// has stays in the line's own font (which lacks it) and is drawn as a frame. So when every
+// character is in some font of the page, as fontconfig reports the fonts' character sets, none
+// was drawn as a frame; an empty answer means no glyph is missing.
+std::vector<std::string> charactersWithoutFont(const std::string& pdf, const std::string& text) {
+  std::set<std::string> embedded;
+  for (const auto& row : fonts(pdf)) embedded.insert(row.name);
+  std::vector<std::string> missing;
+  for (char32_t c : codePoints(text)) {
+    const auto& names = fontsWith(c);
+    bool any = std::any_of(names.begin(), names.end(),
+                           [&](const std::string& name) { return embedded.count(name) > 0; });
+    if (!any) {
+      char code[16];
+      std::snprintf(code, sizeof code, "U+%04X", static_cast<unsigned>(c));
+      missing.push_back(code);
+    }
+  }
+  return missing;
+}
+
+// How pdftotext reads a script back.
+enum class Reading {
+  layout,  // its default: lines from the glyphs' positions, right-to-left runs reordered
+  // Content stream order: for scripts whose marks stack above and below their letters (Thai,
+  // Khmer), which the layout analysis would put on lines of their own or after the next letter.
+  // The text is the same either way; only pdftotext's reconstruction differs.
+  drawingOrder,
+};
+
+// Typesets `text` labelled `label` and expects every glyph drawn from a font (no frame for a
+// missing character) and the text back from pdftotext, white space and bidirectional marks
+// aside (pdftotext breaks lines and adds embedding marks around right-to-left runs).
+void expectScript(const std::string& pdf, const std::string& label, const std::string& text,
+                  Reading reading = Reading::layout) {
+  makePdf(pdf, request("T", nullptr, json::array({{{"label", label}, {"text", text}}})));
+  EXPECT_EQ(charactersWithoutFont(pdf, label + text), std::vector<std::string>{});
+  std::string back = reading == Reading::layout
+                         ? pdfText(pdf)
+                         : tool({"pdftotext", "-raw", "-enc", "UTF-8", pdf, "-"});
+  EXPECT_EQ(withoutSpacesOrMarks(back), withoutSpaces("T" + label + text + "Tallowbrook \u00B7 1"))
+      << back;
+}
+
+TEST_F(TextPdfCli, LatinWithLigaturesHasEveryGlyphAndComesBack) {
+  // "ffi", "fl", "ff", "fi" are ligature glyphs; each maps back to its letters.
+  expectScript(path("latin.pdf"), "Latin",
+               "The office staff fluffed the fine waffles; affluent flyers fled. \u00C9t\u00E9, "
+               "na\u00EFve, \u0141\u00F3d\u017A, \u0218tefan.");
+}
+
+TEST_F(TextPdfCli, CyrillicHasEveryGlyphAndComesBack) {
+  expectScript(path("cyrillic.pdf"), "Русский",
+               "Съешь же ещё этих мягких французских булок, да выпей чаю.");
+}
+
+TEST_F(TextPdfCli, GreekHasEveryGlyphAndComesBack) {
+  expectScript(path("greek.pdf"), "Ελληνικά", "Ξεσκεπάζω την ψυχοφθόρα βδελυγμία.");
+}
+
+TEST_F(TextPdfCli, HebrewHasEveryGlyphAndComesBack) {
+  expectScript(path("hebrew.pdf"), "עברית", "דג סקרן שט בים מאוכזב ולפתע מצא חברה.");
+}
+
+TEST_F(TextPdfCli, ArabicHasEveryGlyphAndComesBack) {
+  // Joined letter forms map back to the letters typed.
+  expectScript(path("arabic.pdf"), "العربية",
+               "نص حكيم له سر قاطع وذو شأن عظيم مكتوب على ثوب أخضر.");
+}
+
+TEST_F(TextPdfCli, DevanagariHasEveryGlyphAndComesBack) {
+  // Conjuncts and vowel signs before their consonant come back in typed order.
+  expectScript(path("devanagari.pdf"), "हिन्दी",
+               "ऋषियों को सताने वाले दुष्ट राक्षसों के राजा रावण का सर्वनाश करने वाले।");
+}
+
+TEST_F(TextPdfCli, BengaliHasEveryGlyphAndComesBack) {
+  expectScript(path("bengali.pdf"), "বাংলা", "আমি কাঁচ খেতে পারি, তাতে আমার কোনো ক্ষতি হয় না।");
+}
+
+TEST_F(TextPdfCli, TamilHasEveryGlyphAndComesBack) {
+  expectScript(path("tamil.pdf"), "தமிழ்", "நான் கண்ணாடி சாப்பிடுவேன், அதனால் எனக்கு ஒரு கேடும் வராது.");
+}
+
+TEST_F(TextPdfCli, ThaiHasEveryGlyphAndComesBack) {
+  expectScript(path("thai.pdf"), "ไทย", "ฉันกินกระจกได้ แต่มันไม่ทำให้ฉันเจ็บ", Reading::drawingOrder);
+}
+
+TEST_F(TextPdfCli, KhmerHasEveryGlyphAndComesBack) {
+  expectScript(path("khmer.pdf"), "ខ្មែរ", "ខ្ញុំអាចញុំកញ្ចក់បាន ដោយគ្មានបញ្ហារ", Reading::drawingOrder);
+}
+
+TEST_F(TextPdfCli, EthiopicHasEveryGlyphAndComesBack) {
+  expectScript(path("ethiopic.pdf"), "አማርኛ", "ብርሃን ዘርአይ ቆንጆ ልጅ ነው።");
+}
+
+TEST_F(TextPdfCli, CjkHasEveryGlyphAndComesBack) {
+  expectScript(path("cjk.pdf"), "中文", "我能吞下玻璃而不伤身体。私はガラスを食べられます。");
+}
+
+TEST_F(TextPdfCli, HangulHasEveryGlyphAndComesBack) {
+  expectScript(path("hangul.pdf"), "한국어", "나는 유리를 먹을 수 있어요. 그래도 아프지 않아요.");
+}
+
+TEST_F(TextPdfCli, EveryEmojiIsDrawnAsAPicture) {
+  // Colour emoji are pictures, not text: each distinct one becomes an image of the page, and
+  // the words around them come back.
+  std::string out = path("emoji-each.pdf");
+  makePdf(out, request("T", nullptr,
+                       json::array({{{"label", "Emoji"},
+                                     {"text",
+                                      "apple \U0001F34E bee \U0001F41D party \U0001F389 smile "
+                                      "\U0001F642 end"}}})));
+  std::string images = tool({"pdfimages", "-list", out});
+  // Two lines of header, then one per image.
+  EXPECT_GE(std::count(images.begin(), images.end(), '\n'), 2 + 4) << images;
+  EXPECT_EQ(withoutSpaces(tool({"pdftotext", "-raw", "-enc", "UTF-8", out, "-"})),
+            withoutSpaces("T Emoji apple bee party smile end Tallowbrook \u00B7 1"));
+}
+
+TEST_F(TextPdfCli, ACharacterNoFontHasComesBackAsText) {
+  // U+E000 and U+E001 (private use) are in no installed font: the page shows frames for them,
+  // and the PDF still carries them as text, in place, for search and copy.
+  std::string out = path("missing.pdf");
+  std::string text = "Here \uE000\uE001 are two characters no font has, and more words.";
+  makePdf(out, request("T", nullptr, json::array({{{"text", text}}})));
+  EXPECT_EQ(charactersWithoutFont(out, text), (std::vector<std::string>{"U+E000", "U+E001"}));
+  EXPECT_EQ(words(pdfText(out)), expectedWords({"T", text, "Tallowbrook \u00B7 1"}));
 }
 
 TEST_F(TextPdfCli, EmptyLinesGiveOnePageWithTitleAndSubtitle) {

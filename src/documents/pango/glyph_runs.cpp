@@ -80,24 +80,39 @@ double snapToCairo(double coordinate) {
 
 namespace {
 
-bool drawn(const PangoGlyphInfo& glyph) {
-  return glyph.glyph != PANGO_GLYPH_EMPTY && !(glyph.glyph & PANGO_GLYPH_UNKNOWN_FLAG);
+// A space of a font: its glyph (0 when the font has none) and its advance in points.
+struct Space {
+  unsigned long glyph = 0;
+  double advance = 0;
+};
+
+Space spaceOf(cairo_scaled_font_t* font) {
+  cairo_glyph_t* glyphs = nullptr;
+  int count = 0;
+  Space space;
+  if (cairo_scaled_font_text_to_glyphs(font, 0, 0, " ", 1, &glyphs, &count, nullptr, nullptr,
+                                       nullptr) == CAIRO_STATUS_SUCCESS &&
+      count == 1) {
+    cairo_text_extents_t extents;
+    cairo_scaled_font_glyph_extents(font, glyphs, 1, &extents);
+    if (extents.x_advance > 0) space = {glyphs[0].index, extents.x_advance};
+  }
+  cairo_glyph_free(glyphs);
+  return space;
 }
 
 // The clusters of `item` as cairo wants them: bytes and drawn glyphs of each, in logical order.
-void addClusters(GlyphRun& run, PangoGlyphItem* item, const char* text) {
+// `drawn` holds how many glyphs each of the item's glyphs was drawn with.
+void addClusters(GlyphRun& run, PangoGlyphItem* item, const char* text,
+                 const std::vector<int>& drawn) {
   PangoGlyphItemIter iter;
   if (!pango_glyph_item_iter_init_start(&iter, item, text)) return;
-  const PangoGlyphInfo* glyphs = item->glyphs->glyphs;
   do {
     int bytes = iter.end_index - iter.start_index;
-    int count =
-        run.backward ? iter.start_glyph - iter.end_glyph : iter.end_glyph - iter.start_glyph;
+    int count = 0;
     int from = std::min(iter.start_glyph, iter.end_glyph + 1);
     int to = std::max(iter.start_glyph + 1, iter.end_glyph);
-    for (int i = from; i < to; ++i) {
-      if (!drawn(glyphs[i])) --count;
-    }
+    for (int i = from; i < to; ++i) count += drawn[static_cast<std::size_t>(i)];
     run.clusters.push_back({bytes, count});
   } while (pango_glyph_item_iter_next_cluster(&iter));
 }
@@ -126,21 +141,45 @@ bool shapeLine(PageRuns& runs, PangoLayoutLine* line, const char* text, FontCach
     run.backward = (item->item->analysis.level & 1) != 0;
     run.text.assign(text + item->item->offset, static_cast<std::size_t>(item->item->length));
     run.glyphs.reserve(static_cast<std::size_t>(glyphs->num_glyphs));
+    Space space;  // the font's, once a character no font has needs it
+    std::vector<int> drawn(static_cast<std::size_t>(glyphs->num_glyphs), 0);
     int position = 0;
     for (int i = 0; i < glyphs->num_glyphs; ++i) {
       const PangoGlyphInfo& glyph = glyphs->glyphs[i];
+      const double x = static_cast<double>(position + glyph.geometry.x_offset) / PANGO_SCALE;
+      const double y = static_cast<double>(glyph.geometry.y_offset) / PANGO_SCALE;
       if (glyph.glyph & PANGO_GLYPH_UNKNOWN_FLAG) {
-        runs.resize(before);
-        return false;
-      }
-      if (glyph.glyph != PANGO_GLYPH_EMPTY) {
-        run.glyphs.push_back({glyph.glyph,
-                              static_cast<double>(position + glyph.geometry.x_offset) / PANGO_SCALE,
-                              static_cast<double>(glyph.geometry.y_offset) / PANGO_SCALE});
+        if (space.glyph == 0) space = spaceOf(run.font);
+        if (space.glyph == 0) {
+          runs.resize(before);
+          return false;
+        }
+        // A frame where Pango would draw its hex box (the glyph's ink rectangle), and spaces
+        // from one end of the glyph's advance to the other: text extractors take the
+        // character's width from the glyphs that carry it, and would see a word break in a
+        // narrower one.
+        PangoRectangle ink;
+        pango_font_get_glyph_extents(item->item->analysis.font, glyph.glyph, &ink, nullptr);
+        run.frameWidth = std::max(ink.height / 16.0 / PANGO_SCALE, 0.25);
+        run.missing.push_back({x + static_cast<double>(ink.x) / PANGO_SCALE,
+                               y + static_cast<double>(ink.y) / PANGO_SCALE,
+                               static_cast<double>(ink.width) / PANGO_SCALE,
+                               static_cast<double>(ink.height) / PANGO_SCALE});
+        const double last =
+            x + static_cast<double>(glyph.geometry.width) / PANGO_SCALE - space.advance;
+        for (double at = x;; at += space.advance) {
+          const bool end = at >= last;
+          run.glyphs.push_back({space.glyph, end ? std::max(last, x) : at, y});
+          ++drawn[static_cast<std::size_t>(i)];
+          if (end) break;
+        }
+      } else if (glyph.glyph != PANGO_GLYPH_EMPTY) {
+        run.glyphs.push_back({glyph.glyph, x, y});
+        drawn[static_cast<std::size_t>(i)] = 1;
       }
       position += glyph.geometry.width;
     }
-    addClusters(run, item, text);
+    addClusters(run, item, text, drawn);
     advance += width + item->end_x_offset;
   }
   return true;
@@ -154,6 +193,10 @@ void placeRuns(GlyphRun* first, GlyphRun* last, double x, double y) {
       glyph.x = baseX + glyph.x;
       // Pango adds nothing for a zero offset; adding 0.0 leaves baseY as it is.
       glyph.y = baseY + glyph.y;
+    }
+    for (cairo_rectangle_t& frame : run->missing) {
+      frame.x += baseX;
+      frame.y += baseY;
     }
   }
 }

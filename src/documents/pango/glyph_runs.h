@@ -27,6 +27,10 @@ struct GlyphRun {
   std::vector<cairo_glyph_t> glyphs;
   std::vector<cairo_text_cluster_t> clusters;
   bool backward = false;  // right-to-left run: clusters go from the last glyph back
+  // Frames drawn for characters that no installed font has, placed like the glyphs (x, y: top
+  // left). Such a character keeps its text on invisible space glyphs across its frame.
+  std::vector<cairo_rectangle_t> missing;
+  double frameWidth = 0;  // line width of those frames
 };
 
 // The runs of one page, in drawing order.
@@ -74,9 +78,11 @@ class FontCache {
 };
 
 // Appends to `runs` the runs of `line` (of a layout whose text is `text`) relative to the left
-// end of its baseline, to be placed with placeRuns. False, with `runs` as it was, when the line
-// has a glyph that no installed font has or a font without a scaled font: Pango draws those as
-// hex boxes, so such a line is left to Pango. Same thread as `fonts`.
+// end of its baseline, to be placed with placeRuns. A character that no installed font has
+// becomes a frame (GlyphRun::missing) and space glyphs across its width that carry its text:
+// Pango's own renderer would draw a hex box whose digits are text, and give the character none.
+// False, with `runs` as it was, when the line has a font without a scaled font (or, for such a
+// character, without a space): such a line is left to Pango. Same thread as `fonts`.
 bool shapeLine(PageRuns& runs, PangoLayoutLine* line, const char* text, FontCache& fonts);
 
 // Puts the runs [first, last) made by shapeLine on the page with their line's baseline origin
@@ -86,10 +92,9 @@ void placeRuns(GlyphRun* first, GlyphRun* last, double x, double y);
 
 // Appends to `runs` the runs of `line` (of a layout whose text is `text`) drawn with the
 // left end of its baseline at (`x`, `y`) in `grey`, glyph for glyph where Pango's cairo
-// renderer would put them. `x` and `y` must already be on cairo's fixed-point grid (see
-// snapToCairo). False, with `runs` as it was, when the line has a glyph that no installed font
-// has or a font without a scaled font: Pango draws those as hex boxes, so such a line is left
-// to Pango. Typesetting thread only.
+// renderer would put them (characters no font has: see shapeLine). `x` and `y` must already be
+// on cairo's fixed-point grid (see snapToCairo). False, with `runs` as it was, when shapeLine
+// leaves the line to Pango. Typesetting thread only.
 bool appendLine(PageRuns& runs, PangoLayoutLine* line, const char* text, double x, double y,
                 double grey, FontCache& fonts);
 

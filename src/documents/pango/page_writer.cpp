@@ -14,6 +14,15 @@ void draw(cairo_t* cairo, const PageRuns& page) {
                            run.clusters.data(), static_cast<int>(run.clusters.size()),
                            run.backward ? CAIRO_TEXT_CLUSTER_FLAG_BACKWARD
                                         : static_cast<cairo_text_cluster_flags_t>(0));
+    if (run.missing.empty()) continue;
+    // Frames for characters no font has, drawn as paths (their text is in the glyphs above).
+    cairo_set_line_width(cairo, run.frameWidth);
+    for (const cairo_rectangle_t& frame : run.missing) {
+      const double inset = run.frameWidth / 2;
+      cairo_rectangle(cairo, frame.x + inset, frame.y + inset, frame.width - 2 * inset,
+                      frame.height - 2 * inset);
+    }
+    cairo_stroke(cairo);
   }
 }
 

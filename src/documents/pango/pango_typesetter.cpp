@@ -255,7 +255,7 @@ class PangoDocument final : public Document {
   }
 
   // Draws, by Pango on this thread, once the writer has drawn everything before it, the line
-  // that `find` passes to the function it is given (a line with glyphs no font has).
+  // that `find` passes to the function it is given (a line with a font cairo cannot draw with).
   template <typename Find>
   void drawWithPango(double x, double y, double grey, const Find& find) {
     writer_->drawHere(std::move(page_), [&](cairo_t* cairo) {

@@ -14,10 +14,12 @@ int toPango(double points) {
   return static_cast<int>(points * PANGO_SCALE + 0.5);
 }
 
-// Fontconfig has neither Georgia nor Menlo on most Linux systems: the generic family after each
-// name decides the substitute. "Menlo" alone would fall back to a proportional font.
+// Fontconfig has neither Georgia nor Menlo on most Linux systems: DejaVu Serif and DejaVu Sans
+// Mono stand in (the package depends on them), named before the generic family so that other
+// installed fonts (Noto, for the scripts DejaVu lacks) do not change the page's faces. "Menlo"
+// alone would fall back to a proportional font.
 const char* familyOf(Face face) {
-  return face == Face::mono ? "Menlo,monospace" : "Georgia,serif";
+  return face == Face::mono ? "Menlo,DejaVu Sans Mono,monospace" : "Georgia,DejaVu Serif,serif";
 }
 
 PangoFontDescription* fontFor(const Style& style) {
@@ -88,6 +90,17 @@ void eachLine(
 
 }  // namespace
 
+PangoLanguage* layoutLanguage() {
+  // Pango takes each script's fallback fonts in the order fontconfig gives for that script's own
+  // language, unless the context's language is one whose scripts it does not know (the C
+  // locale's "c"): that one counts as writing every script, so a font that only shares some of a
+  // script's characters could come first (Noto Sans Grantha for Tamil, drawing dotted circles).
+  PangoLanguage* language = pango_language_get_default();
+  int scripts = 0;
+  pango_language_get_scripts(language, &scripts);
+  return scripts > 0 ? language : pango_language_from_string("en");
+}
+
 PangoContext* makeContext(cairo_t* cairo, bool ownFontMap) {
   PangoContext* context;
   if (ownFontMap) {
@@ -99,6 +112,10 @@ PangoContext* makeContext(cairo_t* cairo, bool ownFontMap) {
     context = pango_cairo_create_context(cairo);
   }
   pango_cairo_context_set_resolution(context, 72);
+  pango_context_set_language(context, layoutLanguage());
+  // Glyphs at their true (fractional) positions: rounded to whole points, spacing in small
+  // text is visibly uneven, and a PDF needs no pixel grid.
+  pango_context_set_round_glyph_positions(context, FALSE);
   cairo_font_options_t* options = cairo_font_options_create();
   cairo_font_options_set_hint_metrics(options, CAIRO_HINT_METRICS_OFF);
   cairo_font_options_set_hint_style(options, CAIRO_HINT_STYLE_NONE);

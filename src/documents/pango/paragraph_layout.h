@@ -14,10 +14,15 @@
 
 namespace tallowbrook::TextPdf {
 
+// The language of text-pdf's contexts: the locale's, or English where Pango does not know
+// which scripts the locale's language writes (the C locale). Any thread.
+PangoLanguage* layoutLanguage();
+
 // A Pango context set as text-pdf sets its text: 72 dpi (a point is a PDF unit), no hinting,
-// unrounded metrics, plus what cairo's PDF surface asks for. A new font map when `ownFontMap`
-// (Pango's objects are not shared between threads), else the thread's default one. Reads
-// `cairo`'s target; the context belongs to the calling thread until handed over.
+// unrounded metrics and glyph positions, layoutLanguage(), plus what cairo's PDF surface asks for.
+// A new font map when `ownFontMap` (Pango's objects are not shared between threads), else the
+// thread's default one. Reads `cairo`'s target; the context belongs to the calling thread until
+// handed over.
 PangoContext* makeContext(cairo_t* cairo, bool ownFontMap);
 
 // A layout of `text` in `style`: `width` points wide (0: unbounded, one line), every line
@@ -32,7 +37,7 @@ struct PreparedLine {
   double height = 0;        // line height
   double baseline = 0;      // baseline below the line's top
   PageRuns runs;            // relative to the baseline's left end (see placeRuns)
-  bool needsPango = false;  // has a glyph no font has: only Pango can draw it (drawWithPango)
+  bool needsPango = false;  // has a font cairo cannot draw with: only Pango can (drawWithPango)
 };
 
 // Lays out `text` (one paragraph, without its "\n"; NUL bytes count as spaces) in `style`,
