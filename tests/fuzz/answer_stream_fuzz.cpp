@@ -10,12 +10,9 @@
 #include "answer/answer_delta.h"
 #include "answer/answer_request.h"
 #include "answer/icu/icu_user_characters.h"
+#include "fuzz_check.h"
 
 namespace {
-
-void check(bool holds) {
-  if (!holds) std::abort();
-}
 
 // Strict UTF-8: no overlong forms, surrogates or values past U+10FFFF.
 bool validUtf8(std::string_view text) {
@@ -55,13 +52,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string_view input(reinterpret_cast<const char*>(data), size);
   // Any bytes: a request or nothing, never a crash; a request has both texts from the input.
   if (auto request = tallowbrook::Answer::decodeRequest(input)) {
-    check(input.find("\"system\"") != std::string_view::npos ||
-          input.find("\\u") != std::string_view::npos);
+    fuzz::check(input.find("\"system\"") != std::string_view::npos ||
+                input.find("\\u") != std::string_view::npos);
   }
 
   static std::unique_ptr<tallowbrook::Answer::UserCharacters> characters =
       tallowbrook::Answer::makeIcuUserCharacters(nullptr);
-  check(characters != nullptr);
+  fuzz::check(characters != nullptr);
   tallowbrook::Answer::DeltaCutter cutter(*characters);
   size_t remembered = 0;
   size_t start = 0;
@@ -72,14 +69,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     size_t count = characters->count(snapshot);
     auto delta = cutter.next(snapshot);
     if (count <= remembered) {
-      check(!delta);
+      fuzz::check(!delta);
     } else {
-      check(delta.has_value());
+      fuzz::check(delta.has_value());
       size_t cut = characters->prefixBytes(snapshot, remembered);
-      check(cut <= snapshot.size());
-      check(*delta == snapshot.substr(cut));
-      check(!delta->empty());
-      if (validUtf8(snapshot)) check((static_cast<unsigned char>((*delta)[0]) & 0xC0) != 0x80);
+      fuzz::check(cut <= snapshot.size());
+      fuzz::check(*delta == snapshot.substr(cut));
+      fuzz::check(!delta->empty());
+      if (validUtf8(snapshot))
+        fuzz::check((static_cast<unsigned char>((*delta)[0]) & 0xC0) != 0x80);
       remembered = count;
     }
     start = end + 1;

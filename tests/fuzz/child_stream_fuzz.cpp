@@ -15,12 +15,9 @@
 #include "answer/icu/icu_user_characters.h"
 #include "answer/stable_text.h"
 #include "answer/utf8_text.h"
+#include "fuzz_check.h"
 
 namespace {
-
-void check(bool holds) {
-  if (!holds) std::abort();
-}
 
 using tallowbrook::Answer::FrameKind;
 
@@ -34,7 +31,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
   static std::unique_ptr<tallowbrook::Answer::UserCharacters> characters =
       tallowbrook::Answer::makeIcuUserCharacters(nullptr);
-  check(characters != nullptr);
+  fuzz::check(characters != nullptr);
 
   // The first byte sets the size of the reads (1 to 256 bytes).
   size_t step = size_t(data[0]) + 1;
@@ -46,23 +43,23 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string settled, sent;
   auto take = [&](const std::optional<std::string>& snapshot) {
     if (!snapshot) return;
-    check(tallowbrook::repairUtf8(*snapshot) == *snapshot);
-    check(snapshot->size() > settled.size());
-    check(snapshot->compare(0, settled.size(), settled) == 0);
+    fuzz::check(tallowbrook::repairUtf8(*snapshot) == *snapshot);
+    fuzz::check(snapshot->size() > settled.size());
+    fuzz::check(snapshot->compare(0, settled.size(), settled) == 0);
     settled = *snapshot;
     if (auto delta = cutter.next(settled)) sent += *delta;
   };
   for (size_t at = 0; at < stream.size(); at += step) {
     reader.append(stream.substr(at, step));
     while (auto frame = reader.next()) {
-      check(!reader.broken());
-      check(knownKind(frame->kind));
-      check(frame->payload.size() <= tallowbrook::Answer::kMaxFramePayload);
+      fuzz::check(!reader.broken());
+      fuzz::check(knownKind(frame->kind));
+      fuzz::check(frame->payload.size() <= tallowbrook::Answer::kMaxFramePayload);
       if (frame->kind == FrameKind::piece) take(text.append(frame->payload));
     }
-    if (reader.broken()) check(!reader.next());
+    if (reader.broken()) fuzz::check(!reader.next());
   }
   take(text.finish());
-  check(sent == settled);
+  fuzz::check(sent == settled);
   return 0;
 }

@@ -5,12 +5,9 @@
 #include <string_view>
 
 #include "answer/mcp_endpoint.h"
+#include "fuzz_check.h"
 
 namespace {
-
-void check(bool holds) {
-  if (!holds) std::abort();
-}
 
 bool startsWith(std::string_view text, std::string_view prefix) {
   return text.substr(0, prefix.size()) == prefix;
@@ -22,9 +19,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string_view text(reinterpret_cast<const char*>(data), size);
   auto url = tallowbrook::McpBridge::parseUrl(text);
   if (!url || !tallowbrook::McpBridge::isAppEndpoint(*url)) return 0;
-  check(startsWith(text, "http://127.0.0.1:") || startsWith(text, "http://localhost:"));
-  check(text.find_first_of("?#@ ") == std::string_view::npos);
-  check(*url->port >= 1);
-  check(*url->path == "/mcp");
+  fuzz::check(startsWith(text, "http://127.0.0.1:") || startsWith(text, "http://localhost:"));
+  fuzz::check(text.find_first_of("?#@ ") == std::string_view::npos);
+  fuzz::check(*url->port >= 1);
+  fuzz::check(*url->path == "/mcp");
   return 0;
 }

@@ -8,30 +8,27 @@
 #include "answer/mcp_classify.h"
 #include "answer/mcp_reply.h"
 #include "answer/utf8_text.h"
+#include "fuzz_check.h"
 
 namespace {
 
 using namespace tallowbrook;
 using namespace tallowbrook::McpBridge;
 
-void check(bool holds) {
-  if (!holds) std::abort();
-}
-
 const long kStatuses[] = {200, 202, 400, 401, 500, 503, 0,   204,
                           301, 404, 200, 200, 503, 401, 202, -1};
 
 void checkClassification(std::string_view line, const Kind& kind) {
   if (kind.tag != Kind::Tag::request) {
-    check(kind.id.is_null());
+    fuzz::check(kind.id.is_null());
     return;
   }
   // A request is an object with "jsonrpc":"2.0", a string "method" and the id it reports.
   Json doc = Json::parse(line);
-  check(doc.is_object());
-  check(doc.at("jsonrpc") == "2.0");
-  check(doc.at("method").is_string());
-  check(doc.at("id") == kind.id);
+  fuzz::check(doc.is_object());
+  fuzz::check(doc.at("jsonrpc") == "2.0");
+  fuzz::check(doc.at("method").is_string());
+  fuzz::check(doc.at("id") == kind.id);
 }
 
 void checkReply(const Kind& kind, long status, const std::optional<std::string>& body,
@@ -43,21 +40,21 @@ void checkReply(const Kind& kind, long status, const std::optional<std::string>&
     for (char c : *body) {
       if (c != '\n') expected.push_back(c);
     }
-    check(line == expected);
+    fuzz::check(line == expected);
     return;
   }
   if (kind.tag == Kind::Tag::notification || (!failure && status == 202)) {
-    check(!line);
+    fuzz::check(!line);
     return;
   }
-  check(line.has_value());
-  check(line->find('\n') == std::string::npos);
+  fuzz::check(line.has_value());
+  fuzz::check(line->find('\n') == std::string::npos);
   Json doc = Json::parse(*line);
-  check(doc.size() == 3);
-  check(doc.at("jsonrpc") == "2.0");
-  check(doc.at("id") == (kind.tag == Kind::Tag::request ? kind.id : Json(nullptr)));
-  check(doc.at("error").at("code") == kErrorCode);
-  check(doc.at("error").at("message").is_string());
+  fuzz::check(doc.size() == 3);
+  fuzz::check(doc.at("jsonrpc") == "2.0");
+  fuzz::check(doc.at("id") == (kind.tag == Kind::Tag::request ? kind.id : Json(nullptr)));
+  fuzz::check(doc.at("error").at("code") == kErrorCode);
+  fuzz::check(doc.at("error").at("message").is_string());
 }
 
 }  // namespace
@@ -76,8 +73,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   // The line as the relay sees it (valid UTF-8), and as raw bytes.
   std::string text = repairUtf8(line);
-  check(isValidUtf8(text));
-  if (isValidUtf8(line)) check(text == line);
+  fuzz::check(isValidUtf8(text));
+  if (isValidUtf8(line)) fuzz::check(text == line);
   for (std::string_view candidate : {std::string_view(text), line}) {
     Kind kind = classify(candidate);
     checkClassification(candidate, kind);

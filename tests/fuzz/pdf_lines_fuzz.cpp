@@ -10,14 +10,7 @@
 
 #include "documents/pdf_characters.h"
 #include "documents/pdf_lines.h"
-
-namespace {
-
-void check(bool holds) {
-  if (!holds) std::abort();
-}
-
-}  // namespace
+#include "fuzz_check.h"
 
 // Input: a one-byte text length n, n bytes of text, then boxes as four bytes each (x, y, width,
 // height as signed small numbers, so boxes overlap, touch and sit on shared lines often).
@@ -28,10 +21,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   std::string joined;
   for (std::string_view c : tallowbrook::Pdf::splitCharacters(bytes)) {
-    check(!c.empty() && c.size() <= 4);
+    fuzz::check(!c.empty() && c.size() <= 4);
     joined += c;
   }
-  check(joined == bytes);
+  fuzz::check(joined == bytes);
 
   tallowbrook::Pdf::PageText page;
   page.text = std::string(bytes);
@@ -41,12 +34,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   tallowbrook::Pdf::Rect crop{0, 0, 10, 10};
   for (const auto& line : tallowbrook::PdfText::buildLines(page)) {
-    check(!line.text.empty());
-    check(line.text == tallowbrook::Pdf::trimmed(line.text));
-    check(line.text.find('\n') == std::string::npos && line.text.find('\r') == std::string::npos);
-    check(line.box.width > 0 && line.box.height > 0);
+    fuzz::check(!line.text.empty());
+    fuzz::check(line.text == tallowbrook::Pdf::trimmed(line.text));
+    fuzz::check(line.text.find('\n') == std::string::npos &&
+                line.text.find('\r') == std::string::npos);
+    fuzz::check(line.box.width > 0 && line.box.height > 0);
     auto object = tallowbrook::PdfText::lineObject(line, crop);
-    check(std::isfinite(object["x"].get<double>()) && std::isfinite(object["h"].get<double>()));
+    fuzz::check(std::isfinite(object["x"].get<double>()) &&
+                std::isfinite(object["h"].get<double>()));
   }
   return 0;
 }

@@ -11,13 +11,10 @@
 #include <string_view>
 #include <thread>
 
+#include "fuzz_check.h"
 #include "record/control_line.h"
 
 namespace {
-
-void check(bool holds) {
-  if (!holds) std::abort();
-}
 
 using tallowbrook::Record::ControlCommand;
 
@@ -40,28 +37,28 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   size_t lines = 0;
   for (std::string line; reader.next(&line);) {
     ++lines;
-    check(line.size() <= tallowbrook::Record::kMaxControlLine);
-    check(line.find('\n') == std::string::npos);
+    fuzz::check(line.size() <= tallowbrook::Record::kMaxControlLine);
+    fuzz::check(line.find('\n') == std::string::npos);
     auto parsed = tallowbrook::Record::parseControlLine(line);
     switch (parsed.command) {
       case ControlCommand::pause:
-        check(parsed.text == "pause");
+        fuzz::check(parsed.text == "pause");
         break;
       case ControlCommand::resume:
-        check(parsed.text == "resume");
+        fuzz::check(parsed.text == "resume");
         break;
       case ControlCommand::stop:
-        check(parsed.text == "stop");
+        fuzz::check(parsed.text == "stop");
         break;
       case ControlCommand::none:
-        check(parsed.text.empty());
+        fuzz::check(parsed.text.empty());
         break;
       case ControlCommand::unknown:
-        check(!parsed.text.empty() && parsed.text != "pause" && parsed.text != "resume" &&
-              parsed.text != "stop");
-        check(parsed.text.front() != ' ' && parsed.text.front() != '\t');
-        check(parsed.text.back() != ' ' && parsed.text.back() != '\t');
-        check(line.find(parsed.text) != std::string::npos);
+        fuzz::check(!parsed.text.empty() && parsed.text != "pause" && parsed.text != "resume" &&
+                    parsed.text != "stop");
+        fuzz::check(parsed.text.front() != ' ' && parsed.text.front() != '\t');
+        fuzz::check(parsed.text.back() != ' ' && parsed.text.back() != '\t');
+        fuzz::check(line.find(parsed.text) != std::string::npos);
         break;
     }
   }
@@ -70,6 +67,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // Every line feed ends a line; text after the last one is one more.
   size_t feeds = 0;
   for (char c : input) feeds += c == '\n';
-  check(lines == feeds + (input.empty() || input.back() == '\n' ? 0 : 1));
+  fuzz::check(lines == feeds + (input.empty() || input.back() == '\n' ? 0 : 1));
   return 0;
 }

@@ -9,12 +9,9 @@
 #include "documents/rich_text.h"
 #include "documents/rtf_lines.h"
 #include "documents/rtf_reader.h"
+#include "fuzz_check.h"
 
 namespace {
-
-void check(bool holds) {
-  if (!holds) std::abort();
-}
 
 // Decodes one UTF-8 character at `pos` into `c`; false when it is not well formed.
 bool nextChar(std::string_view text, size_t& pos, char32_t& c) {
@@ -52,22 +49,23 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // Every character the reader writes is well-formed UTF-8.
   for (size_t pos = 0; pos < text.size();) {
     char32_t c = 0;
-    check(nextChar(text, pos, c));
+    fuzz::check(nextChar(text, pos, c));
   }
 
   const tallowbrook::RichText::Outcome outcome = tallowbrook::RichText::convert(bytes);
-  check(outcome.failure.has_value() != tallowbrook::rtf::looksLikeRtf(bytes));
+  fuzz::check(outcome.failure.has_value() != tallowbrook::rtf::looksLikeRtf(bytes));
   for (const std::string& line : outcome.lines) {
-    check(!line.empty());
+    fuzz::check(!line.empty());
     std::vector<char32_t> chars;
     for (size_t pos = 0; pos < line.size();) {
       char32_t c = 0;
-      check(nextChar(line, pos, c));
-      check(!tallowbrook::rtf::isLineSeparator(c));
+      fuzz::check(nextChar(line, pos, c));
+      fuzz::check(!tallowbrook::rtf::isLineSeparator(c));
       chars.push_back(c);
     }
-    check(!chars.empty());
-    check(!tallowbrook::rtf::isBlank(chars.front()) && !tallowbrook::rtf::isBlank(chars.back()));
+    fuzz::check(!chars.empty());
+    fuzz::check(!tallowbrook::rtf::isBlank(chars.front()) &&
+                !tallowbrook::rtf::isBlank(chars.back()));
   }
   return 0;
 }

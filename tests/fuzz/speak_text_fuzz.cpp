@@ -6,32 +6,25 @@
 #include <string>
 #include <string_view>
 
+#include "fuzz_check.h"
 #include "speech/speech_text.h"
-
-namespace {
-
-void check(bool holds) {
-  if (!holds) std::abort();
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string_view input(reinterpret_cast<const char*>(data), size);
   std::string text = tallowbrook::Speak::decodeText(input);
-  check(text.empty() || text == input);
+  fuzz::check(text.empty() || text == input);
   tallowbrook::Speak::isBlank(text);
   tallowbrook::Speak::Utf16Offsets offsets(text);
   auto points = tallowbrook::Speak::codePointsOf(text);
-  check(offsets.codePoints() == int64_t(points.size()));
+  fuzz::check(offsets.codePoints() == int64_t(points.size()));
   int64_t length = 0;
   for (char32_t c : points) length += c > 0xFFFF ? 2 : 1;
   for (int64_t i = 0; i < offsets.codePoints(); ++i) {
     int64_t step = offsets.at(i + 1) - offsets.at(i);
-    check(step == (points[size_t(i)] > 0xFFFF ? 2 : 1));
+    fuzz::check(step == (points[size_t(i)] > 0xFFFF ? 2 : 1));
   }
-  check(offsets.at(offsets.codePoints()) == length);
-  check(offsets.at(offsets.codePoints() + 5) == length);
-  check(offsets.at(-1) == 0);
+  fuzz::check(offsets.at(offsets.codePoints()) == length);
+  fuzz::check(offsets.at(offsets.codePoints() + 5) == length);
+  fuzz::check(offsets.at(-1) == 0);
   return 0;
 }
