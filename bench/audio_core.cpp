@@ -12,10 +12,10 @@
 #include <string>
 #include <vector>
 
-#include "record/meter.h"
-#include "record/mixer.h"
-#include "record/to_target.h"
-#include "record/wav_writer.h"
+#include "audio/meter.h"
+#include "audio/mixer.h"
+#include "audio/to_target.h"
+#include "audio/wav_writer.h"
 
 using namespace tallowbrook;
 

@@ -30,7 +30,7 @@ add_executable(answer-unit-tests
 )
 target_include_directories(answer-unit-tests PRIVATE unit)
 target_link_libraries(answer-unit-tests PRIVATE
-  tallowbrook-answer-impl tallowbrook-llama-impl tallowbrook-core tallowbrook-warnings
+  tallowbrook-text-impl tallowbrook-llama-impl tallowbrook-core tallowbrook-warnings
   GTest::gtest_main)
 target_compile_definitions(answer-unit-tests PRIVATE
   LLAMA_VOCAB_DIR="${TALLOWBROOK_LLAMA_DIR}/models"
@@ -46,7 +46,7 @@ target_compile_definitions(answer-cli-tests PRIVATE
   ANSWER_MODEL_DIR="${ANSWER_MODEL_DIR}"
   HELPER_PATH="$<TARGET_FILE:tallowbrook-helper>"
   TEST_SOUND_SERVER="${PROJECT_SOURCE_DIR}/../shared/tools/test-sound-server")
-add_dependencies(answer-cli-tests tallowbrook-helper tallowbrook-answer tallowbrook-llama
+add_dependencies(answer-cli-tests tallowbrook-helper tallowbrook-text tallowbrook-llama
                  tallowbrook-llama-jinja answer-models)
 gtest_discover_tests(answer-cli-tests TEST_PREFIX "answer.cli." DISCOVERY_TIMEOUT 60
                      PROPERTIES TIMEOUT 300 LABELS slow)
@@ -55,6 +55,6 @@ gtest_discover_tests(answer-cli-tests TEST_PREFIX "answer.cli." DISCOVERY_TIMEOU
 # settled text.
 include(${CMAKE_CURRENT_LIST_DIR}/fuzz/fuzz.cmake)
 tallowbrook_fuzz_target(answer_stream SOURCES fuzz/answer_stream_fuzz.cpp
-                        LIBRARIES tallowbrook-answer-impl tallowbrook-core)
+                        LIBRARIES tallowbrook-text-impl tallowbrook-core)
 tallowbrook_fuzz_target(child_stream SOURCES fuzz/child_stream_fuzz.cpp
-                        LIBRARIES tallowbrook-answer-impl tallowbrook-core)
+                        LIBRARIES tallowbrook-text-impl tallowbrook-core)

@@ -10,22 +10,20 @@ add_executable(mcp-unit-tests
   unit/mcp_classify_test.cpp
   unit/mcp_curl_http_client_test.cpp
   unit/mcp_endpoint_test.cpp
-  unit/mcp_line_reader_test.cpp
   unit/mcp_relay_test.cpp
   unit/mcp_reply_test.cpp
   unit/mcp_token_test.cpp
-  unit/mcp_utf8_text_test.cpp
 )
 target_include_directories(mcp-unit-tests PRIVATE unit)
 target_link_libraries(mcp-unit-tests PRIVATE
-  tallowbrook-core tallowbrook-http-impl mcp-test-server tallowbrook-warnings GTest::gtest_main)
+  tallowbrook-core tallowbrook-mcp-impl mcp-test-server tallowbrook-warnings GTest::gtest_main)
 gtest_discover_tests(mcp-unit-tests TEST_PREFIX "mcp." DISCOVERY_TIMEOUT 60)
 
 add_executable(mcp-cli-tests cli/mcp_bridge_cli_test.cpp)
 target_link_libraries(mcp-cli-tests PRIVATE
   cli-test-support mcp-test-server tallowbrook-warnings GTest::gtest_main)
 target_compile_definitions(mcp-cli-tests PRIVATE HELPER_PATH="$<TARGET_FILE:tallowbrook-helper>")
-add_dependencies(mcp-cli-tests tallowbrook-helper)
+add_dependencies(mcp-cli-tests tallowbrook-helper tallowbrook-mcp)
 # One test waits out the bridge's 120-second no-progress limit.
 gtest_discover_tests(mcp-cli-tests TEST_PREFIX "mcp." DISCOVERY_TIMEOUT 60
                      PROPERTIES TIMEOUT 400)

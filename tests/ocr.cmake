@@ -1,15 +1,17 @@
 # Text recognition tests.
-add_executable(unit-ocr-tests
+add_executable(ocr-unit-tests
+  unit/ocr_geometry_test.cpp
   unit/ocr_languages_test.cpp
   unit/ocr_line_quad_test.cpp
   unit/ocr_lines_test.cpp
+  unit/ocr_self_test_test.cpp
   unit/ocr_settings_test.cpp
   unit/vision_ocr_test.cpp
 )
-target_include_directories(unit-ocr-tests PRIVATE unit)
-target_link_libraries(unit-ocr-tests PRIVATE tallowbrook-core tallowbrook-warnings
+target_include_directories(ocr-unit-tests PRIVATE unit)
+target_link_libraries(ocr-unit-tests PRIVATE tallowbrook-core tallowbrook-warnings
                       GTest::gtest_main)
-gtest_discover_tests(unit-ocr-tests TEST_PREFIX "ocr." DISCOVERY_TIMEOUT 60)
+gtest_discover_tests(ocr-unit-tests TEST_PREFIX "ocr." DISCOVERY_TIMEOUT 60)
 
 # Images rendered from known text, made once per build tree.
 set(OCR_IMAGES_DIR ${CMAKE_CURRENT_BINARY_DIR}/ocr-images)
@@ -21,12 +23,12 @@ add_custom_command(
   COMMENT "Rendering OCR test images")
 add_custom_target(ocr-images DEPENDS ${OCR_IMAGES_DIR}/stamp)
 
-add_executable(cli-ocr-tests cli/vision_ocr_cli_test.cpp)
-target_link_libraries(cli-ocr-tests PRIVATE cli-test-support tallowbrook-warnings GTest::gtest_main)
-target_compile_definitions(cli-ocr-tests PRIVATE
+add_executable(ocr-cli-tests cli/vision_ocr_cli_test.cpp)
+target_link_libraries(ocr-cli-tests PRIVATE cli-test-support tallowbrook-warnings GTest::gtest_main)
+target_compile_definitions(ocr-cli-tests PRIVATE
   HELPER_PATH="$<TARGET_FILE:tallowbrook-helper>"
   OCR_IMAGES_DIR="${OCR_IMAGES_DIR}"
   CORPORA_DIR="${PROJECT_SOURCE_DIR}/../shared/corpora")
-add_dependencies(cli-ocr-tests ocr-images tallowbrook-ocr)
-gtest_discover_tests(cli-ocr-tests TEST_PREFIX "ocr.cli." DISCOVERY_TIMEOUT 60
+add_dependencies(ocr-cli-tests ocr-images tallowbrook-ocr)
+gtest_discover_tests(ocr-cli-tests TEST_PREFIX "ocr.cli." DISCOVERY_TIMEOUT 60
                      PROPERTIES TIMEOUT 300)

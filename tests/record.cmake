@@ -1,32 +1,17 @@
-# Recording: WAV writer, level meter, mixer, format converter; the sources, the session and
-# the closed-lid detection with fakes for the sound server.
-add_executable(unit-record-tests
-  unit/audio_concurrency_test.cpp
-  unit/box_test.cpp
-  unit/meter_test.cpp
-  unit/mixer_test.cpp
+# Recording: the sources, the session, the control lines and the closed-lid detection with fakes
+# for the sound server.
+add_executable(record-unit-tests
+  unit/record_box_test.cpp
   unit/record_control_line_test.cpp
-  unit/record_equal_rate_test.cpp
   unit/record_mic_source_test.cpp
   unit/record_microphone_route_test.cpp
   unit/record_session_test.cpp
   unit/record_system_audio_test.cpp
-  unit/soxr_conversion_test.cpp
-  unit/to_target_test.cpp
-  unit/wav_writer_test.cpp
 )
-target_include_directories(unit-record-tests PRIVATE unit)
-target_link_libraries(unit-record-tests PRIVATE
+target_include_directories(record-unit-tests PRIVATE unit)
+target_link_libraries(record-unit-tests PRIVATE
   tallowbrook-record-impl tallowbrook-core tallowbrook-warnings GTest::gtest_main)
-gtest_discover_tests(unit-record-tests TEST_PREFIX "record." DISCOVERY_TIMEOUT 60)
-
-# The writer's files read back by Python's wave module, sndfile-info and ffmpeg.
-add_executable(record-reader-tests unit/wav_readers_test.cpp)
-target_link_libraries(record-reader-tests PRIVATE
-  tallowbrook-core cli-test-support tallowbrook-warnings GTest::gtest_main)
-target_compile_definitions(record-reader-tests PRIVATE
-  WAV_CORPUS_DIR="${PROJECT_SOURCE_DIR}/../shared/corpora/wav")
-gtest_discover_tests(record-reader-tests TEST_PREFIX "record." DISCOVERY_TIMEOUT 60)
+gtest_discover_tests(record-unit-tests TEST_PREFIX "record." DISCOVERY_TIMEOUT 60)
 
 # The record command against a private PulseAudio server per test (../shared/tools).
 add_executable(record-cli-tests

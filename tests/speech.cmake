@@ -16,6 +16,7 @@ add_executable(speech-cli-tests cli/speak_cli_test.cpp)
 target_link_libraries(speech-cli-tests PRIVATE cli-test-support tallowbrook-warnings
                       GTest::gtest_main)
 target_compile_definitions(speech-cli-tests PRIVATE
+  HELPER_PATH="$<TARGET_FILE:tallowbrook-helper>"
   SHARED_TOOLS_DIR="${PROJECT_SOURCE_DIR}/../shared/tools")
 add_dependencies(speech-cli-tests tallowbrook-helper tallowbrook-speech)
 gtest_discover_tests(speech-cli-tests TEST_PREFIX "speech.cli." DISCOVERY_TIMEOUT 60

@@ -10,9 +10,10 @@
 #include "answer/generation.h"
 #include "answer/generation_child.h"
 #include "answer/model_availability.h"
-#include "cli/fail.h"
-#include "cli/module.h"
-#include "cli/standard_input.h"
+#include "base/error.h"
+#include "base/fail.h"
+#include "base/module.h"
+#include "base/standard_input.h"
 
 namespace tallowbrook::Answer {
 namespace {
@@ -21,25 +22,29 @@ namespace {
   fail("the on-device model is unavailable: " + reason);
 }
 
-std::unique_ptr<UserCharacters> loadUserCharacters() {
-  void* module = loadModule("answer");
-  auto create = reinterpret_cast<CreateUserCharacters>(
-      moduleSymbol(module, "answer", kCreateUserCharactersSymbol));
-  std::string error;
-  std::unique_ptr<UserCharacters> characters(create(&error));
-  if (!characters) fail(error);
-  return characters;
+std::unique_ptr<Text::UserCharacters> loadUserCharacters() {
+  auto create = moduleEntry<Text::CreateUserCharacters>("text", Text::kCreateUserCharactersSymbol);
+  try {
+    return std::unique_ptr<Text::UserCharacters>(create());
+  } catch (const Error& error) {
+    fail(error.what());
+  }
 }
 
 // In the child: loads the llama module (and with it llama.cpp) and generates. A module that
 // does not load means the library cannot run here.
 void generateInChild(const std::string& llamaModule, const GenerationJob& job,
                      GenerationSink& sink) {
-  std::string error;
-  void* module = openModule(llamaModule, &error);
-  auto generate = module ? reinterpret_cast<Generate>(dlsym(module, kGenerateSymbol)) : nullptr;
+  void* module = nullptr;
+  try {
+    module = openModule(llamaModule);
+  } catch (const Error& error) {
+    sink.unavailable("deviceNotEligible", error.what());
+    return;
+  }
+  auto generate = reinterpret_cast<Generate>(dlsym(module, kGenerateSymbol));
   if (generate == nullptr) {
-    sink.unavailable("deviceNotEligible", error.empty() ? "the llama module has no entry" : error);
+    sink.unavailable("deviceNotEligible", "the llama module has no entry");
     return;
   }
   generate(job, sink);

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "answer/user_characters.h"
+#include "text/user_characters.h"
 
 namespace tallowbrook::Answer {
 
@@ -17,14 +17,14 @@ namespace tallowbrook::Answer {
 // again. One thread at a time.
 class DeltaCutter {
  public:
-  explicit DeltaCutter(const UserCharacters& characters) : characters_(characters) {}
+  explicit DeltaCutter(const Text::UserCharacters& characters) : characters_(characters) {}
 
   // The text to print for `content`, or nothing. When there is a delta, `content` becomes the
   // remembered snapshot.
   std::optional<std::string> next(std::string_view content);
 
  private:
-  const UserCharacters& characters_;
+  const Text::UserCharacters& characters_;
   std::string previous_;
   size_t previousCount_ = 0;
 };

@@ -1,11 +1,11 @@
 #include "answer/answer_stream.h"
 
 #include "answer/answer_delta.h"
-#include "cli/out.h"
+#include "base/out.h"
 
 namespace tallowbrook::Answer {
 
-void streamAnswer(ResponseStream& stream, const UserCharacters& characters) {
+void streamAnswer(ResponseStream& stream, const Text::UserCharacters& characters) {
   DeltaCutter cutter(characters);
   for (;;) {
     StreamEvent event = stream.next();

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "answer/language_model.h"
-#include "answer/user_characters.h"
+#include "text/user_characters.h"
 
 namespace tallowbrook::Answer {
 
@@ -11,6 +11,6 @@ namespace tallowbrook::Answer {
 // when the stream ends or {"type":"error","message":...} when it fails. Every line is flushed
 // as it is written, through writeJsonLine (takes Out::lock()). A line that cannot be written
 // (closed standard output) does not stop the loop. Called by the one streaming thread.
-void streamAnswer(ResponseStream& stream, const UserCharacters& characters);
+void streamAnswer(ResponseStream& stream, const Text::UserCharacters& characters);
 
 }  // namespace tallowbrook::Answer

@@ -103,7 +103,8 @@ class PipeSink final : public GenerationSink {
 
 }  // namespace
 
-GenerationChild::Started GenerationChild::start(const Body& body, const UserCharacters& characters,
+GenerationChild::Started GenerationChild::start(const Body& body,
+                                                const Text::UserCharacters& characters,
                                                 std::chrono::milliseconds noProgressLimit) {
   int reports[2] = {-1, -1}, errors[2] = {-1, -1};
   if (pipe2(reports, O_CLOEXEC) != 0 || pipe2(errors, O_CLOEXEC) != 0) {
@@ -158,7 +159,7 @@ GenerationChild::Started GenerationChild::start(const Body& body, const UserChar
 }
 
 GenerationChild::GenerationChild(pid_t pid, int reports, int errors,
-                                 const UserCharacters& characters,
+                                 const Text::UserCharacters& characters,
                                  std::chrono::milliseconds noProgressLimit)
     : pid_(pid),
       reports_(reports),

@@ -15,7 +15,7 @@
 #include "answer/generation.h"
 #include "answer/language_model.h"
 #include "answer/stable_text.h"
-#include "answer/user_characters.h"
+#include "text/user_characters.h"
 
 namespace tallowbrook::Answer {
 
@@ -41,7 +41,7 @@ class GenerationChild final : public ResponseStream {
   // unavailable, dies ("modelNotReady") or stays silent for the no-progress limit (killed;
   // "modelNotReady"). Call from the main thread while no other thread runs (fork copies only the
   // calling thread). `characters` must outlive the child object.
-  static Started start(const Body& body, const UserCharacters& characters,
+  static Started start(const Body& body, const Text::UserCharacters& characters,
                        std::chrono::milliseconds noProgressLimit = kNoProgressLimit);
 
   // Kills the child if it still runs and reaps it.
@@ -57,7 +57,7 @@ class GenerationChild final : public ResponseStream {
   StreamEvent next() override;
 
  private:
-  GenerationChild(pid_t pid, int reports, int errors, const UserCharacters& characters,
+  GenerationChild(pid_t pid, int reports, int errors, const Text::UserCharacters& characters,
                   std::chrono::milliseconds noProgressLimit);
 
   enum class Read { frame, closed, timedOut, garbage };

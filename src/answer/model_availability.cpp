@@ -5,7 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "cli/module.h"
+#include "base/module.h"
 
 namespace tallowbrook {
 namespace {

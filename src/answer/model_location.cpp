@@ -2,7 +2,7 @@
 
 #include <cstdlib>
 
-#include "cli/module.h"
+#include "base/module.h"
 
 namespace tallowbrook::Answer {
 namespace {

@@ -9,14 +9,14 @@
 #include <string>
 #include <string_view>
 
-#include "answer/user_characters.h"
+#include "text/user_characters.h"
 
 namespace tallowbrook::Answer {
 
 // One thread at a time.
 class StableText {
  public:
-  explicit StableText(const UserCharacters& characters) : characters_(characters) {}
+  explicit StableText(const Text::UserCharacters& characters) : characters_(characters) {}
 
   // Adds the next piece of the answer. Returns the new snapshot when the settled text grew: the
   // whole answer so far as well-formed UTF-8 (ill-formed bytes become U+FFFD), without a
@@ -29,7 +29,7 @@ class StableText {
   std::optional<std::string> finish();
 
  private:
-  const UserCharacters& characters_;
+  const Text::UserCharacters& characters_;
   std::string bytes_;        // every byte received
   size_t settledBytes_ = 0;  // the length of the last snapshot returned
 };

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "answer/model_availability.h"
+#include "base/out.h"
 #include "cli/gpu_facts.h"
-#include "cli/out.h"
 
 namespace tallowbrook::Capabilities {
 

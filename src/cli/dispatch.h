@@ -1,19 +1,23 @@
-// Choosing the subcommand from the command line.
+// Choosing the subcommand from the command line: the one place that names every job.
 #pragma once
 
-#include <array>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace tallowbrook {
 
-// The subcommand words, in the order they are matched.
-inline constexpr std::array<std::string_view, 10> kSubcommandWords = {
-    "capabilities", "vision-ocr", "pdf-page", "pdf-text",   "answer",
-    "record",       "speak",      "rtf-text", "mcp-bridge", "text-pdf"};
+// One subcommand: its word and what runs it, given the words after it.
+struct Subcommand {
+  std::string_view word;
+  void (*run)(const std::vector<std::string>& rest);
+};
 
-// "usage: tallowbrook-helper <capabilities|vision-ocr|...|text-pdf>", made from the words above.
+// Every subcommand, in the order the words are matched and listed in the usage line. Pure.
+std::span<const Subcommand> subcommands();
+
+// "usage: tallowbrook-helper <capabilities|vision-ocr|...|text-pdf>", made from the table.
 std::string topLevelUsage();
 
 // Runs the subcommand that `words` (the command line without the program path) names, and

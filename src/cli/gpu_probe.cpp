@@ -1,6 +1,6 @@
+#include "base/silenced_stderr.h"
 #include "cli/gpu_facts.h"
 #include "cli/gpu_presence.h"
-#include "cli/silenced_stderr.h"
 
 namespace tallowbrook {
 

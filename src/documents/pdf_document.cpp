@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "cli/module.h"
+#include "base/module.h"
 
 namespace tallowbrook::Pdf {
 
@@ -16,10 +16,7 @@ Rect unionOf(const Rect& a, const Rect& b) {
 
 Library& loadLibrary() {
   static Library* library = [] {
-    void* module = loadModule("pdf");
-    auto create =
-        reinterpret_cast<CreateLibrary>(moduleSymbol(module, "pdf", kCreateLibrarySymbol));
-    return create();
+    return moduleEntry<CreateLibrary>("pdf", kCreateLibrarySymbol)();
   }();
   return *library;
 }

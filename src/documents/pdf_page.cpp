@@ -1,6 +1,6 @@
 #include "documents/pdf_page.h"
 
-#include "cli/fail.h"
+#include "base/fail.h"
 #include "documents/pdf_arguments.h"
 
 namespace tallowbrook::PdfPage {

@@ -1,6 +1,6 @@
 #include "documents/pdf_text.h"
 
-#include "cli/fail.h"
+#include "base/fail.h"
 #include "documents/pdf_arguments.h"
 #include "documents/pdf_lines.h"
 

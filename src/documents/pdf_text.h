@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/out.h"
+#include "base/out.h"
 #include "documents/pdf_document.h"
 
 namespace tallowbrook::PdfText {

@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "cli/fail.h"
-#include "cli/out.h"
+#include "base/fail.h"
+#include "base/out.h"
 #include "documents/rtf_lines.h"
 #include "documents/rtf_reader.h"
 

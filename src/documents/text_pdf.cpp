@@ -7,8 +7,8 @@
 #include <filesystem>
 #include <system_error>
 
-#include "cli/fail.h"
-#include "cli/standard_input.h"
+#include "base/fail.h"
+#include "base/standard_input.h"
 
 namespace tallowbrook::TextPdf {
 

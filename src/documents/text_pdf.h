@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "cli/out.h"
+#include "base/out.h"
 #include "documents/text_typesetter.h"
 
 namespace tallowbrook::TextPdf {

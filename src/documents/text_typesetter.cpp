@@ -1,15 +1,12 @@
 #include "documents/text_typesetter.h"
 
-#include "cli/module.h"
+#include "base/module.h"
 
 namespace tallowbrook::TextPdf {
 
 Typesetter& loadTypesetter() {
   static Typesetter* typesetter = [] {
-    void* module = loadModule("textpdf");
-    auto create = reinterpret_cast<CreateTypesetter>(
-        moduleSymbol(module, "textpdf", kCreateTypesetterSymbol));
-    return create();
+    return moduleEntry<CreateTypesetter>("textpdf", kCreateTypesetterSymbol)();
   }();
   return *typesetter;
 }

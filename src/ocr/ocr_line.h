@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/out.h"
+#include "base/out.h"
 #include "ocr/geometry.h"
 #include "ocr/observation.h"
 

@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "cli/out.h"
+#include "base/out.h"
 #include "ocr/ocr_line.h"
 #include "ocr/settings.h"
 #include "ocr/text_recognizer.h"

@@ -4,9 +4,9 @@
 #include <cstdlib>
 #include <memory>
 
-#include "cli/args.h"
-#include "cli/fail.h"
-#include "cli/module.h"
+#include "base/args.h"
+#include "base/fail.h"
+#include "base/module.h"
 #include "ocr/report.h"
 #include "ocr/self_test.h"
 
@@ -17,9 +17,7 @@ std::unique_ptr<TextRecognizer> loadRecognizer() {
   // Tesseract's OpenMP threads make a page several times slower on few cores; libgomp reads
   // the limit once, when the module pulls it in.
   setenv("OMP_THREAD_LIMIT", "1", /*overwrite=*/0);
-  void* module = loadModule("ocr");
-  auto create = reinterpret_cast<CreateTextRecognizer>(
-      moduleSymbol(module, "ocr", kCreateTextRecognizerSymbol));
+  auto create = moduleEntry<CreateTextRecognizer>("ocr", kCreateTextRecognizerSymbol);
   return std::unique_ptr<TextRecognizer>(create());
 }
 

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "record/audio_format.h"
+#include "audio/audio_format.h"
 
 namespace tallowbrook {
 

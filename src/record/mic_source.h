@@ -8,12 +8,12 @@
 #include <optional>
 #include <string>
 
+#include "audio/samples.h"
+#include "audio/to_target.h"
 #include "record/clock.h"
 #include "record/input_engine.h"
 #include "record/microphone_route.h"
-#include "record/samples.h"
 #include "record/serial_queue.h"
-#include "record/to_target.h"
 
 namespace tallowbrook {
 

@@ -1,7 +1,7 @@
 #include "record/record_command.h"
 
-#include "cli/fail.h"
-#include "cli/module.h"
+#include "base/fail.h"
+#include "base/module.h"
 #include "record/record_module.h"
 #include "record/record_options.h"
 

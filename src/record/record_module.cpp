@@ -1,8 +1,8 @@
 // The record module's entry points (see record_module.h).
 #include "record/record_module.h"
 
-#include "cli/fail.h"
-#include "cli/out.h"
+#include "base/fail.h"
+#include "base/out.h"
 #include "record/pulse/pulse_capture.h"
 #include "record/record_start.h"
 

@@ -1,6 +1,6 @@
 #include "record/record_options.h"
 
-#include "cli/fail.h"
+#include "base/fail.h"
 
 namespace tallowbrook::Record {
 

@@ -8,7 +8,7 @@
 #include <thread>
 #include <utility>
 
-#include "cli/out.h"
+#include "base/out.h"
 #include "record/box.h"
 #include "record/record_error.h"
 
@@ -28,6 +28,12 @@ void printRateChange(double oldRate, double newRate) {
                                   " Hz to " + std::to_string(int64_t(newRate)) +
                                   " Hz; it is being converted to 48000 Hz so the file stays "
                                   "one recording."}});
+}
+
+// A failed write to the recording is a warning; the recording goes on.
+void printWriteFailure(const std::string& reason) {
+  printEvent(
+      Json{{"type", "record-warning"}, {"message", "a write to the recording failed: " + reason}});
 }
 
 std::unique_ptr<ToTarget> makeConverter() {
@@ -64,7 +70,7 @@ RecordSession::RecordSession(const std::string& path, RecordInput input, RecordP
     : platform_(platform),
       clock_(platform.clock()),
       timing_(timing),
-      writer_(std::make_unique<WavWriter>(path, kSampleRate, 1)),
+      writer_(std::make_unique<WavWriter>(path, kSampleRate, 1, printWriteFailure)),
       input_(input),
       mixLastTick_(clock_.nowNanos()) {}
 

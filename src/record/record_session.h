@@ -10,14 +10,14 @@
 #include <string>
 #include <vector>
 
-#include "record/meter.h"
+#include "audio/meter.h"
+#include "audio/mixer.h"
+#include "audio/wav_writer.h"
 #include "record/mic_source.h"
-#include "record/mixer.h"
 #include "record/record_input.h"
 #include "record/record_platform.h"
 #include "record/serial_queue.h"
 #include "record/system_audio_source.h"
-#include "record/wav_writer.h"
 
 namespace tallowbrook {
 

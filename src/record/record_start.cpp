@@ -10,8 +10,8 @@
 #include <string_view>
 #include <thread>
 
-#include "cli/fail.h"
-#include "cli/out.h"
+#include "base/fail.h"
+#include "base/out.h"
 #include "record/control_line.h"
 #include "record/record_error.h"
 
@@ -54,8 +54,8 @@ void start(const StartOptions& options, RecordPlatform& platform) {
   try {
     session = RecordSession::create(options.out, options.input, platform);
     session->start(options.device);
-  } catch (const RecordError& error) {
-    fail(error.message);
+  } catch (const Error& error) {  // the recorder's own words, or the writer's
+    fail(error.message());
   } catch (const std::exception& error) {
     fail(std::string("could not start recording: ") + error.what());
   }

@@ -4,9 +4,9 @@
 #include <memory>
 #include <mutex>
 
+#include "audio/to_target.h"
 #include "record/mic_source.h"
 #include "record/system_capture.h"
-#include "record/to_target.h"
 
 namespace tallowbrook {
 

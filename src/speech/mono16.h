@@ -3,7 +3,7 @@
 
 #include <optional>
 
-#include "record/samples.h"
+#include "audio/samples.h"
 #include "speech/speech_engine.h"
 
 namespace tallowbrook::Speak {

@@ -29,8 +29,9 @@ void RenderState::didReceiveBuffer(const AudioBuffer& buffer) {
   if (!writer_) {
     marks.setRate(buffer.sampleRate);
     try {
-      writer_ = std::make_shared<WavWriter>(path_, rate, 1);
-    } catch (...) {  // RecordError, or the system error of the first header write
+      writer_ = std::make_shared<WavWriter>(
+          path_, rate, 1, [this](const std::string& reason) { writeFailure_ = reason; });
+    } catch (const std::exception&) {  // the file's Error, or the first header's system error
       return end(held, "could not open " + path_ + " for writing");
     }
   } else if (writer_->sampleRate() != rate) {
@@ -40,6 +41,7 @@ void RenderState::didReceiveBuffer(const AudioBuffer& buffer) {
   auto samples = mono16(buffer);
   if (!samples) return end(held, "the audio format the voice produced could not be written");
   writer_->append(*samples);
+  if (writeFailure_) return end(held, "could not write to " + path_ + ": " + *writeFailure_);
   held.unlock();
   marks.addFrames(buffer.frames);
 }

@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "record/wav_writer.h"
+#include "audio/wav_writer.h"
 #include "speech/speak_marks.h"
 #include "speech/speech_engine.h"
 
@@ -25,8 +25,8 @@ struct RenderResult {
 // first buffer arrives, at that buffer's rate, mono) and keeps the marks.
 //
 // The synthesiser's thread calls willSpeakRange and didReceiveBuffer; the main thread calls
-// waitUntil and result. `lock_` guards `writer_`, `finished_` and `failure_`; it is held while
-// the writer appends (so the writer's lock, and under it Out::lock(), may be taken inside it)
+// waitUntil and result. `lock_` guards `writer_`, `finished_`, `failure_` and `writeFailure_`;
+// it is held while the writer appends (so the writer's lock, and its reporter, run inside it)
 // and never while `marks` is locked. `marks` has its own lock.
 class RenderState : public SynthesisDelegate {
  public:
@@ -38,7 +38,8 @@ class RenderState : public SynthesisDelegate {
   // buffer sets marks' rate and opens the writer ("could not open <path> for writing" when it
   // cannot); a later change of rate fails with "the voice changed sample rate part-way
   // through", a format mono16 cannot read with "the audio format the voice produced could not
-  // be written". A failure also ends the render. Otherwise the samples are appended and their
+  // be written", a write the file refuses (a full disk) with "could not write to <path>:
+  // <reason>". A failure also ends the render. Otherwise the samples are appended and their
   // frames counted in `marks`.
   void didReceiveBuffer(const AudioBuffer& buffer) override;
 
@@ -58,6 +59,8 @@ class RenderState : public SynthesisDelegate {
   std::shared_ptr<WavWriter> writer_;   // guarded by lock_
   bool finished_ = false;               // guarded by lock_
   std::optional<std::string> failure_;  // guarded by lock_
+  // Set by the writer's reporter, which runs inside didReceiveBuffer's append, so under lock_.
+  std::optional<std::string> writeFailure_;
 };
 
 }  // namespace tallowbrook::Speak

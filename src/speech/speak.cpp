@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "cli/fail.h"
-#include "cli/module.h"
-#include "cli/out.h"
-#include "cli/standard_input.h"
+#include "base/fail.h"
+#include "base/module.h"
+#include "base/out.h"
+#include "base/standard_input.h"
 #include "speech/render_state.h"
 #include "speech/speak_options.h"
 #include "speech/speak_playback.h"

@@ -1,6 +1,6 @@
 #include "speech/speech_text.h"
 
-#include "answer/utf8_text.h"
+#include "text/utf8_text.h"
 
 namespace tallowbrook::Speak {
 namespace {

@@ -76,7 +76,7 @@ prefix="$root/usr"
 helper="$prefix/bin/tallowbrook-helper"
 docs="$prefix/share/doc/tallowbrook-helper"
 check "bin/tallowbrook-helper is executable" test -x "$helper"
-for module in ocr pdf textpdf speech http answer llama llama-jinja; do
+for module in ocr pdf textpdf speech mcp text llama llama-jinja; do
   check "lib/tallowbrook-helper/tallowbrook-$module.so" test -f "$prefix/lib/tallowbrook-helper/tallowbrook-$module.so"
 done
 check "the manual page" test -f "$prefix/share/man/man1/tallowbrook-helper.1.gz"

@@ -288,6 +288,19 @@ TEST_F(SpeakCli, RenderFailures) {
   EXPECT_FALSE(std::filesystem::exists(dir + "/a.wav"));
 }
 
+TEST_F(SpeakCli, AWriteTheDiskRefusesFailsTheRenderWithTheReason) {
+  // A file-size limit stands in for a full disk: the write past it fails with EFBIG. The
+  // render fails with the reason; it never reports a recording event.
+  const std::string out = dir + "/limited.wav";
+  RunOptions options;
+  options.input = "This sentence is long enough to need more than four kilobytes of audio.";
+  auto run = runProgram({"prlimit", "--fsize=4096", HELPER_PATH, "speak", "render", "--out", out},
+                        options);
+  expectFailureDocument(run, "could not write to " + out + ": File too large");
+  EXPECT_EQ(run.out.find("record-warning"), std::string::npos);
+  EXPECT_LE(std::filesystem::file_size(out), 4096u);
+}
+
 // A private sound server for the preview tests, with its own directory.
 class SoundServer {
  public:

@@ -9,8 +9,8 @@
 
 #include "answer/answer_delta.h"
 #include "answer/answer_request.h"
-#include "answer/icu/icu_user_characters.h"
 #include "fuzz_check.h"
+#include "text/icu/icu_user_characters.h"
 
 namespace {
 
@@ -56,8 +56,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 input.find("\\u") != std::string_view::npos);
   }
 
-  static std::unique_ptr<tallowbrook::Answer::UserCharacters> characters =
-      tallowbrook::Answer::makeIcuUserCharacters(nullptr);
+  static std::unique_ptr<tallowbrook::Text::UserCharacters> characters =
+      tallowbrook::Text::makeIcuUserCharacters();
   fuzz::check(characters != nullptr);
   tallowbrook::Answer::DeltaCutter cutter(*characters);
   size_t remembered = 0;

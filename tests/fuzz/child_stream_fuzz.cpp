@@ -12,10 +12,10 @@
 
 #include "answer/answer_delta.h"
 #include "answer/child_frames.h"
-#include "answer/icu/icu_user_characters.h"
 #include "answer/stable_text.h"
-#include "answer/utf8_text.h"
 #include "fuzz_check.h"
+#include "text/icu/icu_user_characters.h"
+#include "text/utf8_text.h"
 
 namespace {
 
@@ -29,8 +29,8 @@ bool knownKind(FrameKind kind) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
-  static std::unique_ptr<tallowbrook::Answer::UserCharacters> characters =
-      tallowbrook::Answer::makeIcuUserCharacters(nullptr);
+  static std::unique_ptr<tallowbrook::Text::UserCharacters> characters =
+      tallowbrook::Text::makeIcuUserCharacters();
   fuzz::check(characters != nullptr);
 
   // The first byte sets the size of the reads (1 to 256 bytes).

@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "answer/mcp_endpoint.h"
 #include "fuzz_check.h"
+#include "mcp/mcp_endpoint.h"
 
 namespace {
 

@@ -5,10 +5,10 @@
 #include <string>
 #include <string_view>
 
-#include "answer/mcp_classify.h"
-#include "answer/mcp_reply.h"
-#include "answer/utf8_text.h"
 #include "fuzz_check.h"
+#include "mcp/mcp_classify.h"
+#include "mcp/mcp_reply.h"
+#include "text/utf8_text.h"
 
 namespace {
 

@@ -6,14 +6,10 @@
 #include <memory>
 #include <string>
 
-#include "answer/icu/icu_user_characters.h"
+#include "text/icu/icu_user_characters.h"
 
-inline const tallowbrook::Answer::UserCharacters& icuCharacters() {
-  static std::unique_ptr<tallowbrook::Answer::UserCharacters> icu = [] {
-    std::string error;
-    auto made = tallowbrook::Answer::makeIcuUserCharacters(&error);
-    EXPECT_TRUE(made) << error;
-    return made;
-  }();
+inline const tallowbrook::Text::UserCharacters& icuCharacters() {
+  static std::unique_ptr<tallowbrook::Text::UserCharacters> icu =
+      tallowbrook::Text::makeIcuUserCharacters();
   return *icu;
 }

@@ -19,7 +19,7 @@ namespace {
 using tallowbrook::Answer::DeltaCutter;
 using tallowbrook::Answer::ResponseStream;
 using tallowbrook::Answer::StreamEvent;
-using tallowbrook::Answer::UserCharacters;
+using tallowbrook::Text::UserCharacters;
 
 const UserCharacters& characters() {
   return icuCharacters();

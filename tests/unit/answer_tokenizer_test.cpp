@@ -15,8 +15,8 @@
 
 #include "answer/answer_delta.h"
 #include "answer/stable_text.h"
-#include "answer/utf8_text.h"
 #include "answer_characters.h"
+#include "text/utf8_text.h"
 
 namespace {
 

@@ -2,9 +2,6 @@
 // converting and pushing (or appending) while a timer thread drains, meters, prints and
 // rewrites the header. Run under ThreadSanitizer (scripts/test --tsan) to check the locking.
 #include <fcntl.h>
-#include <signal.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,12 +16,13 @@
 
 #include <gtest/gtest.h>
 
+#include "audio/meter.h"
+#include "audio/mixer.h"
+#include "audio/to_target.h"
+#include "audio/wav_writer.h"
 #include "audio_test_support.h"
-#include "cli/out.h"
-#include "record/meter.h"
-#include "record/mixer.h"
-#include "record/to_target.h"
-#include "record/wav_writer.h"
+#include "base/out.h"
+#include "fake_wav_file.h"
 #include "stdout_capture.h"
 
 namespace tallowbrook {
@@ -195,22 +193,18 @@ TEST(AudioConcurrency, TwoThreadsMayShareOneConverterAcrossFormatChanges) {
 }
 
 TEST(AudioConcurrency, WriteFailureWarningsAndLevelLinesNeverInterleave) {
-  // In a child whose files may not grow past 2044 bytes: appends fail and print their warning
-  // under Out::lock() while holding the writer's lock, as another thread prints level lines
-  // and a third rewrites the header.
-  TempDir dir;
-  const std::string path = dir.file("full.wav");
-  int lines[2];  // standard output goes to a pipe: a file could not grow either
-  ASSERT_EQ(pipe(lines), 0);
-  const pid_t child = fork();
-  if (child == 0) {
-    dup2(lines[1], STDOUT_FILENO);
-    close(lines[0]);
-    close(lines[1]);
-    signal(SIGXFSZ, SIG_IGN);
-    const rlimit limit{2044, 2044};
-    setrlimit(RLIMIT_FSIZE, &limit);
-    auto writer = std::make_shared<WavWriter>(path, 48000, 1);
+  // On a disk that fills at 2044 bytes: appends fail and their reporter prints a warning, as a
+  // recording's does, while another thread prints level lines and a third rewrites the header.
+  auto disk = std::make_shared<audio_test::FakeDisk>();
+  std::string text;
+  {
+    StdoutCapture capture;
+    auto writer = std::make_shared<WavWriter>(
+        std::make_unique<audio_test::FakeWavFile>(disk, 2044), "full.wav", 48000, 1,
+        [](const std::string& reason) {
+          writeJsonLine(Json{{"type", "record-warning"},
+                             {"message", "a write to the recording failed: " + reason}});
+        });
     const std::vector<int16_t> block(100, 1000);
     std::thread source([&] {
       for (int i = 0; i < 50; ++i) writer->append(block);  // 10 fit
@@ -228,31 +222,22 @@ TEST(AudioConcurrency, WriteFailureWarningsAndLevelLinesNeverInterleave) {
     printer.join();
     timer.join();
     writer->finish();
-    _exit(0);
+    text = capture.text();
   }
-  close(lines[1]);
-  std::string text;
-  char chunk[4096];
-  for (ssize_t n; (n = read(lines[0], chunk, sizeof chunk)) > 0;) text.append(chunk, size_t(n));
-  close(lines[0]);
-  int status = 0;
-  waitpid(child, &status, 0);
-  ASSERT_TRUE(WIFEXITED(status));
-  ASSERT_EQ(WEXITSTATUS(status), 0);
 
   size_t levels = 0, warnings = 0, start = 0;
   for (size_t end; (end = text.find('\n', start)) != std::string::npos; start = end + 1) {
     const Json line = Json::parse(text.substr(start, end - start));
     if (line["type"] == "level") ++levels;
     if (line["type"] == "record-warning" &&
-        line["message"] == "a write to the recording failed: File too large") {
+        line["message"] == "a write to the recording failed: No space left on device") {
       ++warnings;
     }
   }
   EXPECT_EQ(start, text.size());
   EXPECT_EQ(levels, 100u);
   EXPECT_EQ(warnings, 40u);
-  const std::string bytes = readFile(path);
+  const std::string bytes = disk->read();
   EXPECT_EQ(bytes.size(), 2044u);
   EXPECT_EQ(le32(bytes, 40), 2000u);
 }

@@ -1,4 +1,4 @@
-#include "answer/mcp_classify.h"
+#include "mcp/mcp_classify.h"
 
 #include <gtest/gtest.h>
 

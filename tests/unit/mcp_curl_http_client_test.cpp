@@ -1,5 +1,5 @@
 // The libcurl client against a real HTTP server on 127.0.0.1.
-#include "answer/curl_http_client.h"
+#include "mcp/curl_http_client.h"
 
 #include <chrono>
 

@@ -1,4 +1,4 @@
-#include "answer/mcp_endpoint.h"
+#include "mcp/mcp_endpoint.h"
 
 #include <gtest/gtest.h>
 

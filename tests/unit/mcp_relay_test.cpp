@@ -9,7 +9,7 @@
 
 #include <gtest/gtest.h>
 
-#include "answer/mcp_bridge.h"
+#include "mcp/mcp_bridge.h"
 #include "stdout_capture.h"
 
 namespace tallowbrook::McpBridge {

@@ -1,4 +1,4 @@
-#include "answer/mcp_reply.h"
+#include "mcp/mcp_reply.h"
 
 #include <cmath>
 

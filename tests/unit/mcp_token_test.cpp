@@ -1,5 +1,5 @@
 // The token as the bridge puts it in its Authorization header.
-#include "answer/mcp_token.h"
+#include "mcp/mcp_token.h"
 
 #include <gtest/gtest.h>
 

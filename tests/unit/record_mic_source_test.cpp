@@ -91,7 +91,7 @@ TEST_F(MicSourceTest, NoInputFailsTheStart) {
     source->start(std::nullopt);
     FAIL() << "start did not fail";
   } catch (const RecordError& error) {
-    EXPECT_EQ(error.message,
+    EXPECT_EQ(error.message(),
               "no microphone input is available. If Microphone access is off, open System "
               "Settings → Privacy & Security → Microphone, switch Tallowbrook on, then try "
               "again.");

@@ -324,7 +324,7 @@ TEST_F(SessionTest, MicrophonePermissionFailures) {
       session->start(std::nullopt);
       FAIL() << "start did not fail";
     } catch (const RecordError& error) {
-      EXPECT_EQ(error.message, c.message);
+      EXPECT_EQ(error.message(), c.message);
     }
     EXPECT_EQ(platform.engine->starts, 0) << "checked before any source is built";
   }
@@ -338,8 +338,8 @@ TEST_F(SessionTest, SystemAudioThatDoesNotAnswerStopsTheMicAndFinishesTheFile) {
     session->start(std::nullopt);
     FAIL() << "start did not fail";
   } catch (const RecordError& error) {
-    EXPECT_EQ(error.message, std::string(tallowbrook::kScreenRecordingOffText) +
-                                 " (ScreenCaptureKit did not answer within fifteen seconds.)");
+    EXPECT_EQ(error.message(), std::string(tallowbrook::kScreenRecordingOffText) +
+                                   " (ScreenCaptureKit did not answer within fifteen seconds.)");
   }
   EXPECT_FALSE(platform.engine->running) << "the microphone was stopped";
   EXPECT_EQ(std::filesystem::file_size(path), 44u);
@@ -354,7 +354,7 @@ TEST_F(SessionTest, SystemAudioStartFailureIsTheSessionsFailure) {
     session->start(std::nullopt);
     FAIL() << "start did not fail";
   } catch (const RecordError& error) {
-    EXPECT_EQ(error.message, tallowbrook::kScreenRecordingOffText);
+    EXPECT_EQ(error.message(), tallowbrook::kScreenRecordingOffText);
   }
   EXPECT_EQ(platform.system->serviceCalls, 0) << "failed before any call to the service";
 }

@@ -47,7 +47,7 @@ TEST_F(SystemAudioTest, WithoutPermissionStartFailsBeforeAnyServiceCall) {
     source->start();
     FAIL() << "start did not fail";
   } catch (const tallowbrook::RecordError& error) {
-    EXPECT_EQ(error.message, tallowbrook::kScreenRecordingOffText);
+    EXPECT_EQ(error.message(), tallowbrook::kScreenRecordingOffText);
   }
   EXPECT_EQ(state->serviceCalls, 0);
 }
@@ -59,7 +59,7 @@ TEST_F(SystemAudioTest, ServiceFailureIsAPlainSentence) {
     source->start();
     FAIL() << "start did not fail";
   } catch (const tallowbrook::RecordError& error) {
-    EXPECT_EQ(error.message,
+    EXPECT_EQ(error.message(),
               "System audio cannot be captured: the sound server said \"No such entity\". Check "
               "that the sound server is running, then try again.");
   }

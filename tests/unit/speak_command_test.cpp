@@ -11,7 +11,7 @@
 
 #include <gtest/gtest.h>
 
-#include "cli/out.h"
+#include "base/out.h"
 #include "speak_fake_engine.h"
 #include "stdout_capture.h"
 

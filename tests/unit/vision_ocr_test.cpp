@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "cli/out.h"
+#include "base/out.h"
 #include "stdout_capture.h"
 
 namespace tallowbrook::VisionOCR {

@@ -11,7 +11,7 @@
 #include <poppler/cpp/poppler-page-renderer.h>
 #include <poppler/cpp/poppler-page.h>
 
-#include "cli/silenced_stderr.h"
+#include "base/silenced_stderr.h"
 #include "documents/pdf_characters.h"
 #include "documents/pdf_document.h"
 #include "documents/poppler/mapped_file.h"

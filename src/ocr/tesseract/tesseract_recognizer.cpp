@@ -15,7 +15,7 @@
 #include <tesseract/baseapi.h>
 #include <tesseract/resultiterator.h>
 
-#include "cli/silenced_stderr.h"
+#include "base/silenced_stderr.h"
 #include "ocr/languages.h"
 #include "ocr/line_quad.h"
 #include "ocr/text_recognizer.h"

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "audio/pulse/pulse_connection.h"
 #include "record/microphone_route.h"
-#include "record/pulse/pulse_connection.h"
 #include "record/record_platform.h"
 
 namespace tallowbrook::Pulse {

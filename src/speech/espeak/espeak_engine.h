@@ -5,7 +5,7 @@
 #include <string>
 #include <thread>
 
-#include "cli/silenced_stderr.h"
+#include "base/silenced_stderr.h"
 #include "speech/speech_engine.h"
 
 namespace tallowbrook::Speak {

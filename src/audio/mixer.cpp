@@ -1,0 +1,64 @@
+#include "audio/mixer.h"
+
+#include <algorithm>
+
+namespace tallowbrook {
+namespace {
+
+// Moves up to `n` samples from the front of `queue` into `out`.
+void takeFront(std::deque<int16_t>& queue, size_t n, Samples& out) {
+  const size_t count = std::min(n, queue.size());
+  out.assign(queue.begin(), queue.begin() + static_cast<ptrdiff_t>(count));
+  queue.erase(queue.begin(), queue.begin() + static_cast<ptrdiff_t>(count));
+}
+
+}  // namespace
+
+void Mixer::push(std::span<const int16_t> samples, MixerQueue queue) {
+  std::lock_guard<std::mutex> held(lock_);
+  auto& q = queue == MixerQueue::mic ? mic_ : system_;
+  q.insert(q.end(), samples.begin(), samples.end());
+  if (q.size() > kMaxQueued) {
+    q.erase(q.begin(), q.begin() + static_cast<ptrdiff_t>(q.size() - kMaxQueued));
+    dropped_ = true;
+  }
+}
+
+Samples Mixer::drain(int64_t frames) {
+  if (frames < 1) return {};
+  const auto n = static_cast<size_t>(frames);
+  Samples mic, system;
+  {
+    std::lock_guard<std::mutex> held(lock_);
+    takeFront(mic_, n, mic);
+    takeFront(system_, n, system);
+  }
+  Samples out(n);
+  for (size_t i = 0; i < n; ++i) {
+    const int32_t a = i < mic.size() ? mic[i] : 0;
+    const int32_t b = i < system.size() ? system[i] : 0;
+    out[i] = static_cast<int16_t>(std::clamp(a + b, -32768, 32767));
+  }
+  return out;
+}
+
+void Mixer::reset() {
+  std::lock_guard<std::mutex> held(lock_);
+  mic_.clear();
+  system_.clear();
+  dropped_ = false;
+}
+
+bool Mixer::takeDropped() {
+  std::lock_guard<std::mutex> held(lock_);
+  const bool was = dropped_;
+  dropped_ = false;
+  return was;
+}
+
+int64_t Mixer::longestQueue() {
+  std::lock_guard<std::mutex> held(lock_);
+  return static_cast<int64_t>(std::max(mic_.size(), system_.size()));
+}
+
+}  // namespace tallowbrook

@@ -1,0 +1,51 @@
+// Mixer: joins the microphone and the system audio into one mono stream.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <span>
+
+#include "audio/samples.h"
+
+namespace tallowbrook {
+
+// Which of the mixer's two queues a source feeds.
+enum class MixerQueue { mic, system };
+
+// Two queues of converted samples (48000 Hz mono), each filled by its source's delivery
+// thread and emptied by the session's mix timer, which drains as many frames as wall-clock
+// time says and writes their sum. A queue never holds more than five seconds: the oldest
+// samples are dropped and `dropped` is raised. Shared through std::shared_ptr; every member
+// may be called from any thread. `lock_` guards both queues and `dropped_` and is held only
+// for the queue operations, never while another lock is taken.
+class Mixer {
+ public:
+  static constexpr size_t kMaxQueued = 240000;  // samples per queue: 5 s at 48000 Hz mono
+
+  // Appends `samples` to `queue`; if it then holds more than kMaxQueued samples, keeps the
+  // newest kMaxQueued and raises `dropped`.
+  void push(std::span<const int16_t> samples, MixerQueue queue);
+
+  // Exactly `frames` samples (none when `frames` < 1, without taking the lock): takes up to
+  // `frames` from the front of each queue and sums them pairwise, a short side counting as
+  // silence, in 32-bit arithmetic saturated to -32768...32767. No gain or halving.
+  Samples drain(int64_t frames);
+
+  // Empties both queues and lowers `dropped`.
+  void reset();
+
+  // Whether samples were dropped since the last call, and lowers the flag.
+  bool takeDropped();
+
+  // The number of samples in the longer of the two queues.
+  int64_t longestQueue();
+
+ private:
+  std::mutex lock_;
+  std::deque<int16_t> mic_;     // guarded by lock_; oldest first
+  std::deque<int16_t> system_;  // guarded by lock_; oldest first
+  bool dropped_ = false;        // guarded by lock_
+};
+
+}  // namespace tallowbrook

@@ -1,0 +1,7 @@
+#include "base/error.h"
+
+namespace tallowbrook {
+
+Error::~Error() = default;
+
+}  // namespace tallowbrook
