@@ -14,6 +14,7 @@
 
 #include "audio/meter.h"
 #include "audio/mixer.h"
+#include "audio/soxr_converter.h"
 #include "audio/to_target.h"
 #include "audio/wav_writer.h"
 
@@ -52,7 +53,7 @@ void benchConverter(double seconds) {
   const std::vector<float> source = stereoSource();
   const AudioFormat format{SampleType::float32, 44100, 2};
   const size_t frames = source.size() / 2, chunk = 4096;
-  ToTarget converter(recordingTargetFormat(), nullptr);
+  ToTarget converter(recordingTargetFormat(), nullptr, makeSoxrConverter);
   size_t framesIn = 0, samplesOut = 0;
   const double cpu0 = cpuSeconds(), wall0 = wallSeconds();
   while (double(framesIn) / 44100 < seconds) {

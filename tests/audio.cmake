@@ -11,7 +11,7 @@ add_executable(audio-unit-tests
 )
 target_include_directories(audio-unit-tests PRIVATE unit)
 target_link_libraries(audio-unit-tests PRIVATE
-  tallowbrook-audio-convert tallowbrook-core tallowbrook-warnings GTest::gtest_main)
+  tallowbrook-audio-soxr tallowbrook-core tallowbrook-warnings GTest::gtest_main)
 gtest_discover_tests(audio-unit-tests TEST_PREFIX "audio." DISCOVERY_TIMEOUT 60)
 
 add_executable(audio-reader-tests unit/audio_wav_readers_test.cpp)

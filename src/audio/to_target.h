@@ -10,7 +10,6 @@
 #include "audio/audio_format.h"
 #include "audio/platform_converter.h"
 #include "audio/samples.h"
-#include "audio/soxr_converter.h"
 
 namespace tallowbrook {
 
@@ -40,8 +39,7 @@ class ToTarget {
 
   // `target` must be 16-bit mono with a rate the factory accepts (anything else is a
   // programming error and aborts). `factory` builds the platform converter.
-  ToTarget(AudioFormat target, OnRateChange onRateChange,
-           ConverterFactory factory = makeSoxrConverter);
+  ToTarget(AudioFormat target, OnRateChange onRateChange, ConverterFactory factory);
 
   // The samples converted from `buffer`, or nothing when there is nothing to deliver: an
   // empty buffer (which leaves all state alone and takes no lock), a format the platform

@@ -1,9 +1,13 @@
-// RecordPlatform: what a recording needs from the machine, behind an interface so the session
-// is tested with fakes. The sound server's implementation lives in the record module.
+// RecordPlatform: what recording needs from the machine, behind an interface so the session
+// is tested with fakes. The sound server's implementation lives in the record module, whose one
+// entry makes it.
 #pragma once
 
 #include <memory>
+#include <string>
+#include <vector>
 
+#include "audio/platform_converter.h"
 #include "record/clock.h"
 #include "record/input_engine.h"
 #include "record/system_capture.h"
@@ -29,9 +33,21 @@ inline constexpr const char* kNoSoundServerText =
     "No sound server is running, so nothing can be recorded. Start PulseAudio or PipeWire "
     "(with pipewire-pulse), then try again.";
 
+// A microphone as "record devices" lists it.
+struct InputDevice {
+  std::string uid;   // the identifier `record start --device` takes
+  std::string name;  // the name shown to the user
+  bool isDefault = false;
+};
+
 class RecordPlatform {
  public:
   virtual ~RecordPlatform() = default;
+  // The machine's microphones. Throws Error with a sentence telling the user what to do when
+  // they cannot be listed (no sound server, or the server refused this program). Main thread.
+  virtual std::vector<InputDevice> inputDevices() = 0;
+  // Makes the converter behind each source's ToTarget. Any thread.
+  virtual ConverterFactory converterFactory() = 0;
   // Asks afresh. Any thread.
   virtual MicrophoneAuthorization microphoneAuthorization() = 0;
   // A new capture engine for one microphone source.
@@ -41,5 +57,9 @@ class RecordPlatform {
   // The clock of the session's mixing and the sources' watchdogs.
   virtual const Clock& clock() { return steadyClock(); }
 };
+
+// The record module's entry: the sound server's platform, owned by the caller.
+using CreateRecordPlatform = RecordPlatform* (*)();
+inline constexpr const char* kCreateRecordPlatformSymbol = "tallowbrook_create_record_platform";
 
 }  // namespace tallowbrook

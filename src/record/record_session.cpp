@@ -36,8 +36,9 @@ void printWriteFailure(const std::string& reason) {
       Json{{"type", "record-warning"}, {"message", "a write to the recording failed: " + reason}});
 }
 
-std::unique_ptr<ToTarget> makeConverter() {
-  return std::make_unique<ToTarget>(recordingTargetFormat(), printRateChange);
+std::unique_ptr<ToTarget> makeConverter(RecordPlatform& platform) {
+  return std::make_unique<ToTarget>(recordingTargetFormat(), printRateChange,
+                                    platform.converterFactory());
 }
 
 // The outcome of an asynchronous source operation: its error, if any, and a semaphore that it
@@ -97,14 +98,14 @@ void RecordSession::start(const std::optional<std::string>& deviceUID) {
       case MicrophoneAuthorization::authorized:
         break;
     }
-    auto mic = MicSource::create(platform_.makeInputEngine(), makeConverter(), micSink(),
+    auto mic = MicSource::create(platform_.makeInputEngine(), makeConverter(platform_), micSink(),
                                  warningSink(), clock_);
     mic->start(deviceUID);  // its error ends the start
     mic_ = std::move(mic);
   }
   if (input_ == RecordInput::system || input_ == RecordInput::both) {
-    auto source = std::make_shared<SystemAudioSource>(platform_.makeSystemCapture(),
-                                                      makeConverter(), systemSink(), warningSink());
+    auto source = std::make_shared<SystemAudioSource>(
+        platform_.makeSystemCapture(), makeConverter(platform_), systemSink(), warningSink());
     auto outcome = std::make_shared<AsyncOutcome>();
     std::thread([source, outcome] {
       try {

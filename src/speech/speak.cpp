@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "base/error.h"
 #include "base/fail.h"
 #include "base/module.h"
 #include "base/out.h"
@@ -21,13 +22,12 @@ constexpr const char* kUsage = "usage: speak <voices|render|preview>";
 constexpr const char* kRenderUsage = "usage: render --out <path> [--voice id] [--rate f]";
 
 std::unique_ptr<SpeechEngine> loadEngine() {
-  void* module = loadModule("speech");
-  auto create = reinterpret_cast<CreateSpeechEngine>(
-      moduleSymbol(module, "speech", kCreateSpeechEngineSymbol));
-  std::string error;
-  std::unique_ptr<SpeechEngine> engine(create(&error));
-  if (!engine) fail(error);
-  return engine;
+  auto create = moduleEntry<CreateSpeechEngine>("speech", kCreateSpeechEngineSymbol);
+  try {
+    return std::unique_ptr<SpeechEngine>(create());
+  } catch (const Error& error) {
+    fail(error.what());
+  }
 }
 
 SpeechEngine& engineOf(Environment& env) {

@@ -86,9 +86,9 @@ class SpeechEngine {
   virtual void speak(const Utterance& utterance, std::shared_ptr<PlaybackDelegate> delegate) = 0;
 };
 
-// The entry a synthesiser module exports: a new engine owned by the caller, or null with the
-// reason in `*error` when the synthesiser cannot start (its data is missing).
-using CreateSpeechEngine = SpeechEngine* (*)(std::string* error);
+// The entry a synthesiser module exports: a new engine owned by the caller; throws Error with the
+// reason when the synthesiser cannot start (its data is missing).
+using CreateSpeechEngine = SpeechEngine* (*)();
 inline constexpr const char* kCreateSpeechEngineSymbol = "tallowbrook_create_speech_engine";
 
 }  // namespace tallowbrook::Speak

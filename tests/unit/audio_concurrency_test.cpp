@@ -18,6 +18,7 @@
 
 #include "audio/meter.h"
 #include "audio/mixer.h"
+#include "audio/soxr_converter.h"
 #include "audio/to_target.h"
 #include "audio/wav_writer.h"
 #include "audio_test_support.h"
@@ -72,8 +73,8 @@ TEST(AudioConcurrency, SourcesAndTheTimerShareWriterMeterAndMixer) {
   auto mixer = std::make_shared<Mixer>();
   std::atomic<int> rateChanges{0};
   auto onRateChange = [&](double, double) { ++rateChanges; };
-  ToTarget micConverter(recordingTargetFormat(), onRateChange);
-  ToTarget systemConverter(recordingTargetFormat(), onRateChange);
+  ToTarget micConverter(recordingTargetFormat(), onRateChange, makeSoxrConverter);
+  ToTarget systemConverter(recordingTargetFormat(), onRateChange, makeSoxrConverter);
 
   StdoutCapture capture;
   std::atomic<int> sourcesRunning{2};
@@ -134,7 +135,7 @@ TEST(AudioConcurrency, ASingleSourceAppendsWhileTheTimerRewritesTheHeader) {
   const std::string path = dir.file("mic.wav");
   auto writer = std::make_shared<WavWriter>(path, 48000, 1);
   auto meter = std::make_shared<Meter>();
-  ToTarget converter(recordingTargetFormat(), nullptr);
+  ToTarget converter(recordingTargetFormat(), nullptr, makeSoxrConverter);
   std::atomic<bool> running{true};
   std::atomic<int64_t> delivered{0};
 
@@ -175,7 +176,8 @@ TEST(AudioConcurrency, ASingleSourceAppendsWhileTheTimerRewritesTheHeader) {
 
 TEST(AudioConcurrency, TwoThreadsMayShareOneConverterAcrossFormatChanges) {
   std::atomic<int> rateChanges{0};
-  ToTarget converter(recordingTargetFormat(), [&](double, double) { ++rateChanges; });
+  ToTarget converter(
+      recordingTargetFormat(), [&](double, double) { ++rateChanges; }, makeSoxrConverter);
   std::atomic<int64_t> produced{0};
   auto feed = [&](AudioFormat format) {
     for (int i = 0; i < 30; ++i) {

@@ -20,7 +20,7 @@ std::vector<std::byte> bytesOf(const std::vector<int16_t>& samples) {
 }
 
 TEST(EqualRateConversion, StereoIsAveragedWithoutDelay) {
-  ToTarget converter(recordingTargetFormat(), nullptr);
+  ToTarget converter(recordingTargetFormat(), nullptr, makeSoxrConverter);
   std::vector<int16_t> stereo;
   for (int i = 0; i < 4096; ++i) {
     stereo.push_back(int16_t(i));
@@ -37,7 +37,7 @@ TEST(EqualRateConversion, StereoIsAveragedWithoutDelay) {
 }
 
 TEST(EqualRateConversion, FloatBeyondFullScaleIsClippedAndNaNIsSilence) {
-  ToTarget converter(recordingTargetFormat(), nullptr);
+  ToTarget converter(recordingTargetFormat(), nullptr, makeSoxrConverter);
   const std::vector<float> samples{2.0f, -2.0f, 0.5f, std::nanf("")};
   std::vector<std::byte> bytes(samples.size() * 4);
   std::memcpy(bytes.data(), samples.data(), bytes.size());

@@ -144,7 +144,8 @@ constexpr AudioFormat kStereoFloat44{SampleType::float32, 44100, 2};
 TEST(SoxrConversion, AOneKilohertzSineComesOutAtFortyEightKilohertz) {
   const Signal in = sine(kStereoFloat44, 4096 * 22, 1000);  // about 2 s
   int rateChanges = 0;
-  ToTarget converter(recordingTargetFormat(), [&](double, double) { ++rateChanges; });
+  ToTarget converter(
+      recordingTargetFormat(), [&](double, double) { ++rateChanges; }, makeSoxrConverter);
   const Samples out = convertAll(converter, in, 4096);
   EXPECT_EQ(rateChanges, 0);
 
@@ -167,8 +168,9 @@ TEST(SoxrConversion, AOneKilohertzSineComesOutAtFortyEightKilohertz) {
 
 TEST(SoxrConversion, ARateChangeMidStreamIsReportedOnceAndTheStreamGoesOn) {
   std::vector<std::pair<double, double>> changes;
-  ToTarget converter(recordingTargetFormat(),
-                     [&](double from, double to) { changes.emplace_back(from, to); });
+  ToTarget converter(
+      recordingTargetFormat(), [&](double from, double to) { changes.emplace_back(from, to); },
+      makeSoxrConverter);
   const Signal first = sine(kStereoFloat44, 4096 * 5, 1000);
   const Signal second = sine(AudioFormat{SampleType::s16, 48000, 1}, 4800 * 5, 1000);
   const Samples a = convertAll(converter, first, 4096);
@@ -185,7 +187,7 @@ TEST(SoxrConversion, ARateChangeMidStreamIsReportedOnceAndTheStreamGoesOn) {
 
 TEST(SoxrConversion, InputAlreadyInTheTargetFormatComesBackIntact) {
   const Signal in = sine(AudioFormat{SampleType::s16, 48000, 1}, 48000, 440);
-  ToTarget converter(recordingTargetFormat(), nullptr);
+  ToTarget converter(recordingTargetFormat(), nullptr, makeSoxrConverter);
   const Samples out = convertAll(converter, in, 4096);
   // The resampler aligns its output with its input and holds a few samples back at the end.
   ASSERT_LE(out.size(), in.frames());
@@ -209,13 +211,13 @@ TEST(SoxrConversion, ChannelsAreAveragedToMono) {
     opposite.put(v);
     opposite.put(-v);
   }
-  ToTarget cancelling(recordingTargetFormat(), nullptr);
+  ToTarget cancelling(recordingTargetFormat(), nullptr, makeSoxrConverter);
   const Samples silent = convertAll(cancelling, opposite, 4096);
   ASSERT_GT(silent.size(), 40000u);
   EXPECT_LE(rms(silent), 1.0);
 
   // Six identical channels of s32 are as loud as one.
-  ToTarget six(recordingTargetFormat(), nullptr);
+  ToTarget six(recordingTargetFormat(), nullptr, makeSoxrConverter);
   const Samples loud =
       convertAll(six, sine(AudioFormat{SampleType::s32, 44100, 6}, 44100, 1000), 4096);
   ASSERT_GT(loud.size(), 40000u);
@@ -225,7 +227,7 @@ TEST(SoxrConversion, ChannelsAreAveragedToMono) {
 TEST(SoxrConversion, EverySampleTypeGivesTheSameTone) {
   Samples reference;
   for (SampleType type : {SampleType::s16, SampleType::s32, SampleType::float32}) {
-    ToTarget converter(recordingTargetFormat(), nullptr);
+    ToTarget converter(recordingTargetFormat(), nullptr, makeSoxrConverter);
     const Samples out = convertAll(converter, sine(AudioFormat{type, 32000, 2}, 32000, 700), 1024);
     ASSERT_GT(out.size(), 40000u);
     if (reference.empty()) {
@@ -242,8 +244,8 @@ TEST(SoxrConversion, EverySampleTypeGivesTheSameTone) {
 
 TEST(SoxrConversion, RunsAreBitForBitReproducible) {
   const Signal in = sine(kStereoFloat44, 44100, 1234.5, 0.9);
-  ToTarget one(recordingTargetFormat(), nullptr);
-  ToTarget two(recordingTargetFormat(), nullptr);
+  ToTarget one(recordingTargetFormat(), nullptr, makeSoxrConverter);
+  ToTarget two(recordingTargetFormat(), nullptr, makeSoxrConverter);
   EXPECT_EQ(convertAll(one, in, 4096), convertAll(two, in, 4096));
 }
 
@@ -265,7 +267,7 @@ TEST(SoxrConversion, LoudAndBrokenFloatInputStaysInRange) {
         break;
     }
   }
-  ToTarget converter(recordingTargetFormat(), nullptr);
+  ToTarget converter(recordingTargetFormat(), nullptr, makeSoxrConverter);
   const Samples out = convertAll(converter, wild, 4096);
   EXPECT_GT(out.size(), 40000u);  // clipped at full scale, never undefined
 }
@@ -283,7 +285,7 @@ TEST(SoxrConverter, RefusesFormatsItCannotConvert) {
 }
 
 TEST(SoxrConversion, AnUnconvertibleRateGivesNothingAndNoWarning) {
-  ToTarget converter(recordingTargetFormat(), nullptr);
+  ToTarget converter(recordingTargetFormat(), nullptr, makeSoxrConverter);
   const Signal tooSlow = sine(AudioFormat{SampleType::s16, 200, 1}, 400, 10);
   StdoutCapture capture;
   EXPECT_TRUE(convertAll(converter, tooSlow, 100).empty());

@@ -1,5 +1,7 @@
 #include "audio/to_target.h"
 
+#include "audio/soxr_converter.h"
+
 #include <chrono>
 #include <cstddef>
 #include <future>
@@ -254,9 +256,10 @@ TEST_F(ToTargetTest, AnEmptyOutputGivesNothing) {
 
 TEST(ToTargetDeathTest, TheTargetMustBeSixteenBitMono) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_DEATH(ToTarget(AudioFormat{SampleType::float32, 48000, 1}, nullptr), "");
-  EXPECT_DEATH(ToTarget(AudioFormat{SampleType::s16, 48000, 2}, nullptr), "");
-  EXPECT_DEATH(ToTarget(AudioFormat{SampleType::s16, 0, 1}, nullptr), "");
+  EXPECT_DEATH(ToTarget(AudioFormat{SampleType::float32, 48000, 1}, nullptr, makeSoxrConverter),
+               "");
+  EXPECT_DEATH(ToTarget(AudioFormat{SampleType::s16, 48000, 2}, nullptr, makeSoxrConverter), "");
+  EXPECT_DEATH(ToTarget(AudioFormat{SampleType::s16, 0, 1}, nullptr, makeSoxrConverter), "");
 }
 
 }  // namespace

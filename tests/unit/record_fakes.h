@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "audio/soxr_converter.h"
 #include "record/clock.h"
 #include "record/input_engine.h"
 #include "record/mic_source.h"
@@ -179,6 +180,8 @@ inline void releaseHangs(FakeSystemCapture::State& state) {
 
 class FakePlatform final : public RecordPlatform {
  public:
+  std::vector<InputDevice> inputDevices() override { return devices; }
+  ConverterFactory converterFactory() override { return makeSoxrConverter; }
   MicrophoneAuthorization microphoneAuthorization() override {
     ++authorizationReads;
     return authorization;
@@ -191,6 +194,7 @@ class FakePlatform final : public RecordPlatform {
   }
   const Clock& clock() override { return fakeClock; }
 
+  std::vector<InputDevice> devices;
   MicrophoneAuthorization authorization = MicrophoneAuthorization::authorized;
   std::atomic<int> authorizationReads{0};
   std::shared_ptr<FakeEngine::State> engine = std::make_shared<FakeEngine::State>();

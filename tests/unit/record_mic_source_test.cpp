@@ -24,7 +24,8 @@ class MicSourceTest : public ::testing::Test {
   std::shared_ptr<MicSource> make() {
     auto source = MicSource::create(
         std::make_unique<FakeEngine>(engine),
-        std::make_unique<tallowbrook::ToTarget>(tallowbrook::recordingTargetFormat(), nullptr),
+        std::make_unique<tallowbrook::ToTarget>(tallowbrook::recordingTargetFormat(), nullptr,
+                                                tallowbrook::makeSoxrConverter),
         [this](tallowbrook::Samples samples) { delivered += samples.size(); }, warnings.sink(),
         clock);
     return source;

@@ -41,7 +41,7 @@ pa_sample_spec sampleSpec(const AudioFormat& format) {
   return spec;
 }
 
-Connection::Connection(const char* clientName) {
+Connection::Connection(const char* clientName, std::chrono::milliseconds timeout) {
   loop_ = pa_threaded_mainloop_new();
   if (!loop_) throw ConnectError("could not create the sound server main loop", false);
   context_ = pa_context_new(pa_threaded_mainloop_get_api(loop_), clientName);
@@ -57,16 +57,7 @@ Connection::Connection(const char* clientName) {
         pa_threaded_mainloop_start(loop_) < 0) {
       error = pa_context_errno(context_);
     } else {
-      for (;;) {
-        const pa_context_state_t state = pa_context_get_state(context_);
-        if (state == PA_CONTEXT_READY) break;
-        if (!PA_CONTEXT_IS_GOOD(state)) {
-          error = pa_context_errno(context_);
-          if (error == 0) error = PA_ERR_CONNECTIONREFUSED;
-          break;
-        }
-        pa_threaded_mainloop_wait(loop_);
-      }
+      error = awaitReady(timeout);
     }
     pa_threaded_mainloop_unlock(loop_);
   }
@@ -76,8 +67,43 @@ Connection::Connection(const char* clientName) {
     pa_context_disconnect(context_);
     pa_context_unref(context_);
     pa_threaded_mainloop_free(loop_);
-    throw ConnectError(pa_strerror(error), error == PA_ERR_ACCESS);
+    throw ConnectError(
+        error == PA_ERR_TIMEOUT ? "the sound server did not answer" : pa_strerror(error),
+        error == PA_ERR_ACCESS);
   }
+}
+
+int Connection::awaitReady(std::chrono::milliseconds timeout) {
+  // A timer on the loop wakes the wait when the server stays silent.
+  struct Expiry {
+    pa_threaded_mainloop* loop;
+    bool expired = false;
+  } expiry{loop_};
+  pa_time_event* timer = pa_context_rttime_new(
+      context_, pa_rtclock_now() + pa_usec_t(timeout.count()) * PA_USEC_PER_MSEC,
+      [](pa_mainloop_api*, pa_time_event*, const struct timeval*, void* data) {
+        auto* expiry = static_cast<Expiry*>(data);
+        expiry->expired = true;
+        pa_threaded_mainloop_signal(expiry->loop, 0);
+      },
+      &expiry);
+  int error = 0;
+  for (;;) {
+    const pa_context_state_t state = pa_context_get_state(context_);
+    if (state == PA_CONTEXT_READY) break;
+    if (!PA_CONTEXT_IS_GOOD(state)) {
+      error = pa_context_errno(context_);
+      if (error == 0) error = PA_ERR_CONNECTIONREFUSED;
+      break;
+    }
+    if (expiry.expired) {
+      error = PA_ERR_TIMEOUT;
+      break;
+    }
+    pa_threaded_mainloop_wait(loop_);
+  }
+  if (timer != nullptr) pa_threaded_mainloop_get_api(loop_)->time_free(timer);
+  return error;
 }
 
 Connection::~Connection() {

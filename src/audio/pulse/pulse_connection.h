@@ -4,6 +4,7 @@
 
 #include <pulse/pulseaudio.h>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <mutex>
@@ -13,14 +14,14 @@
 #include <vector>
 
 #include "audio/audio_format.h"
+#include "base/error.h"
 
 namespace tallowbrook::Pulse {
 
-// A failed connection: `accessDenied` when the server refused this client, otherwise no server
-// could be reached.
-struct ConnectError : std::runtime_error {
-  ConnectError(const std::string& what, bool denied)
-      : std::runtime_error(what), accessDenied(denied) {}
+// A failed connection, with the sound server's reason: `accessDenied` when the server refused
+// this client, otherwise no server could be reached or it did not answer.
+struct ConnectError : Error {
+  ConnectError(const std::string& what, bool denied) : Error(what), accessDenied(denied) {}
   bool accessDenied;
 };
 
@@ -47,13 +48,19 @@ AudioFormat recordFormat(const pa_sample_spec& spec);
 // The server's sample spec for `format`. Pure.
 pa_sample_spec sampleSpec(const AudioFormat& format);
 
-// Owns the main loop thread and the context. Queries block the caller until the server answers
-// and must not be made from the main loop thread (from a stream or event callback). Events come
-// on the main loop thread with its lock held.
+// How long a connection waits for the server to answer by default: a server that accepts the
+// socket and then says nothing must not hang the helper.
+inline constexpr std::chrono::milliseconds kConnectTimeout{10000};
+
+// One client connection, used by every job that talks to the sound server (recording, speech
+// preview). Owns the main loop thread and the context. Queries block the caller until the server
+// answers and must not be made from the main loop thread (from a stream or event callback).
+// Events come on the main loop thread with its lock held.
 class Connection {
  public:
-  // Connects, or throws ConnectError.
-  explicit Connection(const char* clientName);
+  // Connects (never starting a server), or throws ConnectError: refused, or no answer within
+  // `timeout` ("the sound server did not answer").
+  explicit Connection(const char* clientName, std::chrono::milliseconds timeout = kConnectTimeout);
   ~Connection();
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
@@ -83,6 +90,8 @@ class Connection {
                             void* self);
   // Waits (main loop lock held) until `op` is done; unrefs it.
   void await(pa_operation* op);
+  // Waits (main loop lock held) until the context is ready; 0, or the libpulse error.
+  int awaitReady(std::chrono::milliseconds timeout);
 
   pa_threaded_mainloop* loop_ = nullptr;
   pa_context* context_ = nullptr;

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "audio/soxr_converter.h"
 #include "record/record_error.h"
 #include "record/system_audio_source.h"
 
@@ -296,6 +297,32 @@ void PulseSystemCapture::start(TapBlock deliver,
 void PulseSystemCapture::stop() {
   std::lock_guard<std::mutex> held(lock_);
   stream_.reset();
+}
+
+std::vector<InputDevice> PulsePlatform::inputDevices() {
+  std::vector<InputDevice> devices;
+  try {
+    Connection connection(kClientName);
+    const InputCatalogue catalogue = inputCatalogue(connection);
+    for (const SourceInfo& source : catalogue.inputs) {
+      devices.push_back(
+          InputDevice{source.name, source.description, catalogue.defaultInput == source.name});
+    }
+  } catch (const ConnectError& error) {
+    if (error.accessDenied) {
+      throw RecordError{
+          "The sound server refused this program, so no input device can be listed. Allow it "
+          "to record in the sound server's settings, then try again."};
+    }
+    throw RecordError{
+        "No sound server is running, so no input device can be listed. Start PulseAudio or "
+        "PipeWire (with pipewire-pulse), then try again."};
+  }
+  return devices;
+}
+
+ConverterFactory PulsePlatform::converterFactory() {
+  return makeSoxrConverter;
 }
 
 MicrophoneAuthorization PulsePlatform::microphoneAuthorization() {

@@ -106,6 +106,10 @@ class PulseSystemCapture final : public SystemCapture {
 // both streams). `lock_` guards `shared_`.
 class PulsePlatform final : public RecordPlatform {
  public:
+  // The sources that are inputs (monitors left out), on a connection of their own.
+  std::vector<InputDevice> inputDevices() override;
+  // libsoxr.
+  ConverterFactory converterFactory() override;
   MicrophoneAuthorization microphoneAuthorization() override;
   std::unique_ptr<InputEngine> makeInputEngine() override;
   std::unique_ptr<SystemCapture> makeSystemCapture() override;

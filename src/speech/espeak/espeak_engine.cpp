@@ -3,7 +3,11 @@
 #include <espeak-ng/speak_lib.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
+#include <memory>
+
+#include "base/error.h"
 
 #include "speech/espeak/espeak_settings.h"
 #include "speech/espeak/pulse_player.h"
@@ -61,7 +65,13 @@ int onRenderOutput(short* wav, int count, espeak_EVENT* events) {
 int onPlaybackOutput(short* wav, int count, espeak_EVENT*) {
   Synthesis& s = *current;
   if (wav == nullptr || count <= 0) return 0;
-  return s.player->write(wav, size_t(count), &s.playbackError) ? 0 : 1;
+  try {
+    s.player->write(wav, size_t(count));
+    return 0;
+  } catch (const Error& error) {
+    s.playbackError = error.what();
+    return 1;
+  }
 }
 
 // Selects the voice and settings of `utterance` and synthesises it with `callback`.
@@ -89,11 +99,10 @@ EspeakEngine::EspeakEngine() {
   // same samples; marks stay exact because blocks are split at each word.
   int rate =
       espeak_Initialize(AUDIO_OUTPUT_SYNCHRONOUS, kBlockMs, nullptr, espeakINITIALIZE_DONT_EXIT);
-  if (rate > 0) {
-    sampleRate_ = rate;
-  } else {
-    error_ = "the espeak-ng voice data could not be loaded (install espeak-ng-data)";
+  if (rate <= 0) {
+    throw Error("the espeak-ng voice data could not be loaded (install espeak-ng-data)");
   }
+  sampleRate_ = rate;
 }
 
 EspeakEngine::~EspeakEngine() {
@@ -136,33 +145,30 @@ void EspeakEngine::write(const Utterance& utterance, std::shared_ptr<SynthesisDe
 void EspeakEngine::speak(const Utterance& utterance, std::shared_ptr<PlaybackDelegate> delegate) {
   int rate = sampleRate_;
   worker_ = std::thread([utterance, delegate, rate] {
-    PulsePlayer player;
-    std::string error;
-    if (!player.open(rate, /*timeoutSeconds=*/10, &error)) {
-      delegate->didFail(error);
+    std::unique_ptr<PulsePlayer> player;
+    try {
+      player = std::make_unique<PulsePlayer>(rate, std::chrono::seconds(10));
+    } catch (const Error& error) {
+      delegate->didFail(error.what());
       return;
     }
     Synthesis synthesis;
-    synthesis.player = &player;
+    synthesis.player = player.get();
     current = &synthesis;
     synthesize(utterance, onPlaybackOutput);
     current = nullptr;
-    if (!synthesis.playbackError.empty()) {
-      delegate->didFail(synthesis.playbackError);
-    } else if (!player.drain(&error)) {
-      delegate->didFail(error);
-    } else {
-      delegate->didFinish();
+    if (!synthesis.playbackError.empty()) return delegate->didFail(synthesis.playbackError);
+    try {
+      player->drain();
+    } catch (const Error& error) {
+      return delegate->didFail(error.what());
     }
+    delegate->didFinish();
   });
 }
 
 }  // namespace tallowbrook::Speak
 
-extern "C" tallowbrook::Speak::SpeechEngine* tallowbrook_create_speech_engine(std::string* error) {
-  auto* engine = new tallowbrook::Speak::EspeakEngine();
-  if (engine->ready()) return engine;
-  *error = engine->error();
-  delete engine;
-  return nullptr;
+extern "C" tallowbrook::Speak::SpeechEngine* tallowbrook_create_speech_engine() {
+  return new tallowbrook::Speak::EspeakEngine();
 }

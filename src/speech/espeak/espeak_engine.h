@@ -17,13 +17,9 @@ namespace tallowbrook::Speak {
 // engine's lifetime.
 class EspeakEngine : public SpeechEngine {
  public:
-  // Initialises espeak-ng from its installed data; on failure `ready()` is false and `error()`
-  // says why.
+  // Initialises espeak-ng from its installed data; throws Error when the data cannot be loaded.
   EspeakEngine();
   ~EspeakEngine() override;
-
-  bool ready() const { return sampleRate_ > 0; }
-  const std::string& error() const { return error_; }
 
   std::vector<Voice> voices() override;
   void write(const Utterance& utterance, std::shared_ptr<SynthesisDelegate> delegate) override;
@@ -32,7 +28,6 @@ class EspeakEngine : public SpeechEngine {
  private:
   SilencedStderr quiet_;
   int sampleRate_ = 0;
-  std::string error_;
   std::thread worker_;
 };
 

@@ -3,169 +3,127 @@
 #include <pulse/pulseaudio.h>
 
 #include <algorithm>
+#include <string>
+
+#include "base/error.h"
 
 namespace tallowbrook::Speak {
 namespace {
-
-struct LoopHold {
-  explicit LoopHold(pa_threaded_mainloop* loop) : loop(loop) { pa_threaded_mainloop_lock(loop); }
-  ~LoopHold() { pa_threaded_mainloop_unlock(loop); }
-  pa_threaded_mainloop* loop;
-};
 
 void wake(pa_threaded_mainloop* loop) {
   pa_threaded_mainloop_signal(loop, 0);
 }
 
-std::string contextError(pa_context* context) {
-  return pa_strerror(pa_context_errno(context));
+[[noreturn]] void throwContextError(pa_context* context) {
+  throw Error(pa_strerror(pa_context_errno(context)));
 }
 
 }  // namespace
 
-PulsePlayer::~PulsePlayer() {
-  if (loop_ != nullptr) pa_threaded_mainloop_stop(loop_);
-  if (stream_ != nullptr) {
+PulsePlayer::PulsePlayer(int sampleRate, std::chrono::milliseconds timeout)
+    : connection_("tallowbrook-helper", timeout) {
+  pa_threaded_mainloop* loop = connection_.loop();
+  pa_context* context = connection_.context();
+  Pulse::LoopLock held(loop);
+  pa_sample_spec spec{PA_SAMPLE_S16LE, static_cast<uint32_t>(sampleRate), 1};
+  stream_ = pa_stream_new(context, "speech", &spec, nullptr);
+  if (stream_ == nullptr) throwContextError(context);
+  auto onStream = [](pa_stream*, void* loop) { wake(static_cast<pa_threaded_mainloop*>(loop)); };
+  auto onWritable = [](pa_stream*, size_t, void* loop) {
+    wake(static_cast<pa_threaded_mainloop*>(loop));
+  };
+  pa_stream_set_state_callback(stream_, onStream, loop);
+  pa_stream_set_write_callback(stream_, onWritable, loop);
+
+  struct Expiry {
+    pa_threaded_mainloop* loop;
+    bool expired = false;
+  } expiry{loop};
+  pa_time_event* timer = pa_context_rttime_new(
+      context, pa_rtclock_now() + pa_usec_t(timeout.count()) * PA_USEC_PER_MSEC,
+      [](pa_mainloop_api*, pa_time_event*, const struct timeval*, void* data) {
+        auto* expiry = static_cast<Expiry*>(data);
+        expiry->expired = true;
+        wake(expiry->loop);
+      },
+      &expiry);
+  std::string failure;
+  if (pa_stream_connect_playback(stream_, nullptr, nullptr, PA_STREAM_NOFLAGS, nullptr, nullptr) <
+      0) {
+    failure = pa_strerror(pa_context_errno(context));
+  } else {
+    for (;;) {
+      const pa_stream_state_t state = pa_stream_get_state(stream_);
+      if (state == PA_STREAM_READY) break;
+      if (!PA_STREAM_IS_GOOD(state)) {
+        failure = pa_strerror(pa_context_errno(context));
+        break;
+      }
+      if (expiry.expired) {
+        failure = "the sound server did not open the stream";
+        break;
+      }
+      pa_threaded_mainloop_wait(loop);
+    }
+  }
+  if (timer != nullptr) pa_threaded_mainloop_get_api(loop)->time_free(timer);
+  if (!failure.empty()) {
+    pa_stream_set_state_callback(stream_, nullptr, nullptr);
+    pa_stream_set_write_callback(stream_, nullptr, nullptr);
     pa_stream_disconnect(stream_);
     pa_stream_unref(stream_);
+    stream_ = nullptr;
+    throw Error(failure);
   }
-  if (context_ != nullptr) {
-    pa_context_disconnect(context_);
-    pa_context_unref(context_);
-  }
-  if (loop_ != nullptr) pa_threaded_mainloop_free(loop_);
 }
 
-bool PulsePlayer::open(int sampleRate, int timeoutSeconds, std::string* error) {
-  loop_ = pa_threaded_mainloop_new();
-  if (loop_ == nullptr) {
-    *error = "could not start the sound server connection";
-    return false;
-  }
-  context_ = pa_context_new(pa_threaded_mainloop_get_api(loop_), "tallowbrook-helper");
-  if (context_ == nullptr) {
-    *error = "could not start the sound server connection";
-    return false;
-  }
-  auto onChange = [](pa_context*, void* loop) { wake(static_cast<pa_threaded_mainloop*>(loop)); };
-  pa_context_set_state_callback(context_, onChange, loop_);
-  if (pa_context_connect(context_, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) {
-    *error = contextError(context_);
-    return false;
-  }
-  if (pa_threaded_mainloop_start(loop_) < 0) {
-    *error = "could not start the sound server connection";
-    return false;
-  }
-
-  LoopHold hold(loop_);
-  auto onTimeout = [](pa_mainloop_api*, pa_time_event*, const struct timeval*, void* self) {
-    auto* player = static_cast<PulsePlayer*>(self);
-    player->timedOut_ = true;
-    wake(player->loop_);
-  };
-  pa_time_event* timer = pa_context_rttime_new(
-      context_, pa_rtclock_now() + pa_usec_t(timeoutSeconds) * PA_USEC_PER_SEC, onTimeout, this);
-
-  bool ready = false;
-  for (;;) {
-    pa_context_state_t state = pa_context_get_state(context_);
-    if (state == PA_CONTEXT_READY) break;
-    if (!PA_CONTEXT_IS_GOOD(state)) {
-      *error = contextError(context_);
-      break;
-    }
-    if (timedOut_) {
-      *error = "the sound server did not answer";
-      break;
-    }
-    pa_threaded_mainloop_wait(loop_);
-  }
-
-  if (pa_context_get_state(context_) == PA_CONTEXT_READY && !timedOut_) {
-    pa_sample_spec spec{PA_SAMPLE_S16LE, static_cast<uint32_t>(sampleRate), 1};
-    stream_ = pa_stream_new(context_, "speech", &spec, nullptr);
-    if (stream_ == nullptr) {
-      *error = contextError(context_);
-    } else {
-      auto onStream = [](pa_stream*, void* loop) {
-        wake(static_cast<pa_threaded_mainloop*>(loop));
-      };
-      auto onWritable = [](pa_stream*, size_t, void* loop) {
-        wake(static_cast<pa_threaded_mainloop*>(loop));
-      };
-      pa_stream_set_state_callback(stream_, onStream, loop_);
-      pa_stream_set_write_callback(stream_, onWritable, loop_);
-      if (pa_stream_connect_playback(stream_, nullptr, nullptr, PA_STREAM_NOFLAGS, nullptr,
-                                     nullptr) < 0) {
-        *error = contextError(context_);
-      } else {
-        for (;;) {
-          pa_stream_state_t state = pa_stream_get_state(stream_);
-          if (state == PA_STREAM_READY) {
-            ready = true;
-            break;
-          }
-          if (!PA_STREAM_IS_GOOD(state)) {
-            *error = contextError(context_);
-            break;
-          }
-          if (timedOut_) {
-            *error = "the sound server did not open the stream";
-            break;
-          }
-          pa_threaded_mainloop_wait(loop_);
-        }
-      }
-    }
-  }
-  if (timer != nullptr) pa_threaded_mainloop_get_api(loop_)->time_free(timer);
-  return ready;
+PulsePlayer::~PulsePlayer() {
+  if (stream_ == nullptr) return;
+  Pulse::LoopLock held(connection_.loop());
+  pa_stream_set_state_callback(stream_, nullptr, nullptr);
+  pa_stream_set_write_callback(stream_, nullptr, nullptr);
+  pa_stream_disconnect(stream_);
+  pa_stream_unref(stream_);
 }
 
-bool PulsePlayer::healthy(std::string* error) {
-  if (!PA_CONTEXT_IS_GOOD(pa_context_get_state(context_)) ||
+void PulsePlayer::checkHealthy() {
+  if (!PA_CONTEXT_IS_GOOD(pa_context_get_state(connection_.context())) ||
       !PA_STREAM_IS_GOOD(pa_stream_get_state(stream_))) {
-    *error = contextError(context_);
-    return false;
+    throwContextError(connection_.context());
   }
-  return true;
 }
 
-bool PulsePlayer::write(const int16_t* samples, size_t count, std::string* error) {
-  LoopHold hold(loop_);
+void PulsePlayer::write(const int16_t* samples, size_t count) {
+  pa_context* context = connection_.context();
+  Pulse::LoopLock held(connection_.loop());
   const auto* bytes = reinterpret_cast<const uint8_t*>(samples);
   size_t left = count * sizeof(int16_t);
   while (left > 0) {
-    if (!healthy(error)) return false;
+    checkHealthy();
     size_t room = pa_stream_writable_size(stream_);
-    if (room == size_t(-1)) {
-      *error = contextError(context_);
-      return false;
-    }
+    if (room == size_t(-1)) throwContextError(context);
     if (room == 0) {
-      pa_threaded_mainloop_wait(loop_);
+      pa_threaded_mainloop_wait(connection_.loop());
       continue;
     }
     size_t n = std::min(room, left) & ~size_t(1);
     if (n == 0) n = left;
     if (pa_stream_write(stream_, bytes, n, nullptr, 0, PA_SEEK_RELATIVE) < 0) {
-      *error = contextError(context_);
-      return false;
+      throwContextError(context);
     }
     bytes += n;
     left -= n;
   }
-  return true;
 }
 
-bool PulsePlayer::drain(std::string* error) {
-  LoopHold hold(loop_);
+void PulsePlayer::drain() {
+  pa_context* context = connection_.context();
+  Pulse::LoopLock held(connection_.loop());
   struct Drained {
     pa_threaded_mainloop* loop;
     bool done = false;
     bool ok = false;
-  } drained{loop_};
+  } drained{connection_.loop()};
   auto onDrained = [](pa_stream*, int success, void* data) {
     auto* d = static_cast<Drained*>(data);
     d->done = true;
@@ -173,21 +131,19 @@ bool PulsePlayer::drain(std::string* error) {
     wake(d->loop);
   };
   pa_operation* op = pa_stream_drain(stream_, onDrained, &drained);
-  if (op == nullptr) {
-    *error = contextError(context_);
-    return false;
-  }
+  if (op == nullptr) throwContextError(context);
   while (!drained.done) {
-    if (!healthy(error)) {
+    try {
+      checkHealthy();
+    } catch (const Error&) {
       pa_operation_cancel(op);
       pa_operation_unref(op);
-      return false;
+      throw;
     }
-    pa_threaded_mainloop_wait(loop_);
+    pa_threaded_mainloop_wait(connection_.loop());
   }
   pa_operation_unref(op);
-  if (!drained.ok) *error = contextError(context_);
-  return drained.ok;
+  if (!drained.ok) throwContextError(context);
 }
 
 }  // namespace tallowbrook::Speak

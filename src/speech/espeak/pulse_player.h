@@ -2,46 +2,40 @@
 // through pipewire-pulse).
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <string>
 
-struct pa_context;
-struct pa_stream;
-struct pa_threaded_mainloop;
+#include "audio/pulse/pulse_connection.h"
 
 namespace tallowbrook::Speak {
 
-// One playback stream on a connection of its own, driven by libpulse's threaded main loop.
-// All members are called from one thread (the synthesiser's), never from libpulse's loop
-// thread; libpulse's callbacks only wake that caller. The main loop's own lock guards the
-// context and the stream.
+// One playback stream on a connection of its own (the audio core's Pulse::Connection), driven by
+// libpulse's threaded main loop. All members are called from one thread (the synthesiser's),
+// never from libpulse's loop thread; libpulse's callbacks only wake that caller. The main loop's
+// own lock guards the stream. Failures throw Error with the sound server's reason.
 class PulsePlayer {
  public:
-  PulsePlayer() = default;
+  // Connects to the sound server (never starts one) and opens a playback stream of s16 mono at
+  // `sampleRate` on the default sink, waiting at most `timeout` for each.
+  PulsePlayer(int sampleRate, std::chrono::milliseconds timeout);
   ~PulsePlayer();
   PulsePlayer(const PulsePlayer&) = delete;
   PulsePlayer& operator=(const PulsePlayer&) = delete;
 
-  // Connects to the sound server (never starts one) and opens a playback stream of s16 mono
-  // at `sampleRate` on the default sink. Gives up after `timeoutSeconds` without an answer.
-  // Returns false with the reason in `*error`.
-  bool open(int sampleRate, int timeoutSeconds, std::string* error);
+  // Queues `count` samples, waiting while the stream's buffer is full. Throws when the stream
+  // or the connection broke.
+  void write(const int16_t* samples, size_t count);
 
-  // Queues `count` samples, waiting while the stream's buffer is full. False with the reason
-  // when the stream or the connection broke.
-  bool write(const int16_t* samples, size_t count, std::string* error);
-
-  // Waits until everything written has been played. False with the reason on failure.
-  bool drain(std::string* error);
+  // Waits until everything written has been played. Throws on failure.
+  void drain();
 
  private:
-  bool healthy(std::string* error);
+  // Throws the context's error when the connection or the stream broke. Main loop lock held.
+  void checkHealthy();
 
-  pa_threaded_mainloop* loop_ = nullptr;
-  pa_context* context_ = nullptr;
+  Pulse::Connection connection_;
   pa_stream* stream_ = nullptr;
-  bool timedOut_ = false;  // guarded by the main loop's lock
 };
 
 }  // namespace tallowbrook::Speak
