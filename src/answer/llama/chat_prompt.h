@@ -11,10 +11,11 @@ struct llama_model;
 namespace tallowbrook::Answer {
 
 // Renders the model's template with a system and a user message and the opening of the
-// assistant's turn, thinking turned off. Returns false with `*error` set when the template
-// cannot be rendered. Exported by the Jinja module (libllama-common), loaded only when needed.
-using JinjaPrompt = bool (*)(const llama_model* model, const std::string& system,
-                             const std::string& user, std::string* prompt, std::string* error);
+// assistant's turn, thinking turned off. Throws Error, or the template engine's own exception,
+// when the template cannot be rendered. Exported by the Jinja module (libllama-common), loaded
+// only when needed.
+using JinjaPrompt = std::string (*)(const llama_model* model, const std::string& system,
+                                    const std::string& user);
 inline constexpr const char* kJinjaPromptSymbol = "tallowbrook_llama_jinja_prompt";
 
 struct ChatPrompt {

@@ -1,20 +1,15 @@
 // The Jinja module: renders a chat template that llama.cpp's built-in formats do not know with
 // the Jinja engine of llama.cpp's common library. A module of its own because that library is
 // large and most models' templates never need it.
-#include <exception>
-
 #include "answer/llama/chat_prompt.h"
+#include "base/error.h"
 #include "chat.h"
 
-extern "C" __attribute__((visibility("default"))) bool tallowbrook_llama_jinja_prompt(
-    const llama_model* model, const std::string& system, const std::string& user,
-    std::string* prompt, std::string* error) {
-  try {
-    common_chat_templates_ptr templates = common_chat_templates_init(model, "");
-    if (!templates) {
-      *error = "the model's chat template could not be read";
-      return false;
-    }
+extern "C" __attribute__((visibility("default"))) std::string tallowbrook_llama_jinja_prompt(
+    const llama_model* model, const std::string& system, const std::string& user) {
+  common_chat_templates_ptr templates = common_chat_templates_init(model, "");
+  if (!templates) throw tallowbrook::Error("the model's chat template could not be read");
+  {
     common_chat_templates_inputs inputs;
     if (!system.empty()) {
       common_chat_msg message;
@@ -29,11 +24,7 @@ extern "C" __attribute__((visibility("default"))) bool tallowbrook_llama_jinja_p
     inputs.add_generation_prompt = true;
     inputs.use_jinja = true;
     inputs.enable_thinking = false;
-    *prompt = common_chat_templates_apply(templates.get(), inputs).prompt;
-    return true;
-  } catch (const std::exception& e) {
-    *error = e.what();
-    return false;
+    return common_chat_templates_apply(templates.get(), inputs).prompt;
   }
 }
 
