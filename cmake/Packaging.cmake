@@ -7,7 +7,7 @@
 #   <prefix>/share/doc/tallowbrook-helper/                protocol.md, README.md, copyright,
 #                                                         changelog.Debian.gz, examples/
 #
-# The helper finds its modules relative to its own executable (src/cli/module.h), so the
+# The helper finds its modules relative to its own executable (src/base/module.h), so the
 # prefix can be anything and can be moved as a whole. The package is made with CPack's DEB
 # generator from this build tree: `cpack --config <build>/CPackConfig.cmake` (scripts/package).
 

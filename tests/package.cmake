@@ -19,6 +19,17 @@ add_test(NAME package.protocol
     --require ${PROTOCOL_REQUIRED})
 set_tests_properties(package.protocol PROPERTIES TIMEOUT 300)
 
+# The README's one example per subcommand, checked the same way.
+add_test(NAME package.readme
+  COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/cli/protocol_examples.py
+    --helper $<TARGET_FILE:tallowbrook-helper>
+    --doc ${PROJECT_SOURCE_DIR}/README.md
+    --examples ${PROJECT_SOURCE_DIR}/examples
+    --sound-server ${TALLOWBROOK_SOUND_SERVER}
+    --env TALLOWBROOK_TEST_MODEL=${PROTOCOL_TEST_MODEL}
+    --require ${PROTOCOL_REQUIRED})
+set_tests_properties(package.readme PROPERTIES TIMEOUT 300)
+
 # package.deb builds the Debian package from this build tree, runs lintian on it, extracts it
 # into a scratch root and runs the installed reference's examples with the installed helper
 # (tests/cli/package_test.sh). A sanitizer build is not something to package: there the

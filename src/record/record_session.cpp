@@ -110,7 +110,7 @@ void RecordSession::start(const std::optional<std::string>& deviceUID) {
     std::thread([source, outcome] {
       try {
         source->start();
-      } catch (...) {
+      } catch (...) {  // whatever it is travels to the starting thread, which rethrows it
         outcome->error.store(std::current_exception());
       }
       outcome->done.release();
