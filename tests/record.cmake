@@ -18,6 +18,7 @@ add_executable(record-cli-tests
   cli/record_cli_test.cpp
   cli/record_fault_cli_test.cpp
   cli/record_process.cpp
+  cli/record_silent_server_cli_test.cpp
 )
 target_link_libraries(record-cli-tests PRIVATE cli-test-support tallowbrook-warnings GTest::gtest_main)
 target_compile_definitions(record-cli-tests PRIVATE

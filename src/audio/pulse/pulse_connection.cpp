@@ -73,20 +73,25 @@ Connection::Connection(const char* clientName, std::chrono::milliseconds timeout
   }
 }
 
-int Connection::awaitReady(std::chrono::milliseconds timeout) {
-  // A timer on the loop wakes the wait when the server stays silent.
-  struct Expiry {
-    pa_threaded_mainloop* loop;
-    bool expired = false;
-  } expiry{loop_};
-  pa_time_event* timer = pa_context_rttime_new(
-      context_, pa_rtclock_now() + pa_usec_t(timeout.count()) * PA_USEC_PER_MSEC,
+LoopDeadline::LoopDeadline(pa_threaded_mainloop* loop, pa_context* context,
+                           std::chrono::milliseconds timeout)
+    : loop_(loop) {
+  timer_ = pa_context_rttime_new(
+      context, pa_rtclock_now() + pa_usec_t(timeout.count()) * PA_USEC_PER_MSEC,
       [](pa_mainloop_api*, pa_time_event*, const struct timeval*, void* data) {
-        auto* expiry = static_cast<Expiry*>(data);
-        expiry->expired = true;
-        pa_threaded_mainloop_signal(expiry->loop, 0);
+        auto* self = static_cast<LoopDeadline*>(data);
+        self->expired_ = true;
+        pa_threaded_mainloop_signal(self->loop_, 0);
       },
-      &expiry);
+      this);
+}
+
+LoopDeadline::~LoopDeadline() {
+  if (timer_ != nullptr) pa_threaded_mainloop_get_api(loop_)->time_free(timer_);
+}
+
+int Connection::awaitReady(std::chrono::milliseconds timeout) {
+  const LoopDeadline deadline(loop_, context_, timeout);  // wakes the wait if the server is silent
   int error = 0;
   for (;;) {
     const pa_context_state_t state = pa_context_get_state(context_);
@@ -96,13 +101,12 @@ int Connection::awaitReady(std::chrono::milliseconds timeout) {
       if (error == 0) error = PA_ERR_CONNECTIONREFUSED;
       break;
     }
-    if (expiry.expired) {
+    if (deadline.expired()) {
       error = PA_ERR_TIMEOUT;
       break;
     }
     pa_threaded_mainloop_wait(loop_);
   }
-  if (timer != nullptr) pa_threaded_mainloop_get_api(loop_)->time_free(timer);
   return error;
 }
 

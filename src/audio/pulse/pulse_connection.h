@@ -99,6 +99,23 @@ class Connection {
   bool broken_ = false;   // guarded by the main loop lock
 };
 
+// A time limit for waits on a main loop: once `timeout` has passed, `expired()` is true and the
+// waiters are woken. Made, asked and destroyed with the main loop lock held.
+class LoopDeadline {
+ public:
+  LoopDeadline(pa_threaded_mainloop* loop, pa_context* context, std::chrono::milliseconds timeout);
+  ~LoopDeadline();
+  LoopDeadline(const LoopDeadline&) = delete;
+  LoopDeadline& operator=(const LoopDeadline&) = delete;
+
+  bool expired() const { return expired_; }
+
+ private:
+  pa_threaded_mainloop* loop_;
+  pa_time_event* timer_ = nullptr;
+  bool expired_ = false;  // main loop lock
+};
+
 // Holds the main loop lock of `connection` for a scope.
 class LoopLock {
  public:

@@ -35,19 +35,8 @@ PulsePlayer::PulsePlayer(int sampleRate, std::chrono::milliseconds timeout)
   pa_stream_set_state_callback(stream_, onStream, loop);
   pa_stream_set_write_callback(stream_, onWritable, loop);
 
-  struct Expiry {
-    pa_threaded_mainloop* loop;
-    bool expired = false;
-  } expiry{loop};
-  pa_time_event* timer = pa_context_rttime_new(
-      context, pa_rtclock_now() + pa_usec_t(timeout.count()) * PA_USEC_PER_MSEC,
-      [](pa_mainloop_api*, pa_time_event*, const struct timeval*, void* data) {
-        auto* expiry = static_cast<Expiry*>(data);
-        expiry->expired = true;
-        wake(expiry->loop);
-      },
-      &expiry);
   std::string failure;
+  const Pulse::LoopDeadline deadline(loop, context, timeout);
   if (pa_stream_connect_playback(stream_, nullptr, nullptr, PA_STREAM_NOFLAGS, nullptr, nullptr) <
       0) {
     failure = pa_strerror(pa_context_errno(context));
@@ -59,14 +48,13 @@ PulsePlayer::PulsePlayer(int sampleRate, std::chrono::milliseconds timeout)
         failure = pa_strerror(pa_context_errno(context));
         break;
       }
-      if (expiry.expired) {
+      if (deadline.expired()) {
         failure = "the sound server did not open the stream";
         break;
       }
       pa_threaded_mainloop_wait(loop);
     }
   }
-  if (timer != nullptr) pa_threaded_mainloop_get_api(loop)->time_free(timer);
   if (!failure.empty()) {
     pa_stream_set_state_callback(stream_, nullptr, nullptr);
     pa_stream_set_write_callback(stream_, nullptr, nullptr);
