@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "base/error.h"
+
 namespace tallowbrook::Pdf {
 
 // A rectangle in PDF page space: points, origin at the bottom left, y growing upwards.
@@ -26,18 +28,23 @@ struct Rect {
 // The smallest rectangle holding both.
 Rect unionOf(const Rect& a, const Rect& b);
 
-// How drawing a page into a bitmap ended.
-enum class DrawResult {
-  drawn,
-  noContext,  // the bitmap could not be allocated
-  noImage,    // the page drew but left no image to take
-};
+// A failure of the PDF library. Its kind says what failed; the commands word the message from
+// the kind and their own request (`what()` is only a short description).
+class DocumentError : public Error {
+ public:
+  enum class Kind {
+    cannotOpen,     // missing, unreadable, not a PDF, damaged beyond repair, or locked
+    pageNotLoaded,  // the page cannot be loaded
+    noContext,      // the bitmap could not be allocated
+    noImage,        // the page drew but left no image to take
+    cannotCreate,   // the output file could not be created
+    writeFailed,    // encoding or writing the file failed part way
+  };
+  DocumentError(Kind kind, const std::string& description) : Error(description), kind_(kind) {}
+  Kind kind() const { return kind_; }
 
-// How writing the drawn bitmap as PNG ended.
-enum class WriteResult {
-  written,
-  cannotCreate,  // the output file could not be created
-  failed,        // encoding or writing the file failed part way
+ private:
+  Kind kind_;
 };
 
 // A page's text: the characters as UTF-8 and one box per character (in page space), in the
@@ -55,8 +62,9 @@ class Document {
   // The number of pages, 0 or more.
   virtual int pageCount() const = 0;
 
-  // Loads page `number` (1 ... pageCount()). False when the page cannot be loaded.
-  virtual bool loadPage(int number) = 0;
+  // Loads page `number` (1 ... pageCount()). Throws DocumentError pageNotLoaded when the page
+  // cannot be loaded.
+  virtual void loadPage(int number) = 0;
 
   // The loaded page's crop box in page space (not rotated).
   virtual Rect cropBox() const = 0;
@@ -64,11 +72,14 @@ class Document {
   // Draws the loaded page into a new white `width` x `height` RGB bitmap: page space is scaled
   // by (width / crop.width, height / crop.height) after moving crop's corner to the origin, so
   // the crop box fills the bitmap exactly. The page's own /Rotate is not applied. Sizes are
-  // 1 ... 8000.
-  virtual DrawResult draw(const Rect& crop, int width, int height) = 0;
+  // 1 ... 8000. Throws DocumentError noContext when the bitmap cannot be allocated, noImage when
+  // the page drew but left no image to take.
+  virtual void draw(const Rect& crop, int width, int height) = 0;
 
-  // Writes the bitmap of the last successful draw() as a PNG file at `path`.
-  virtual WriteResult writePng(const std::string& path) = 0;
+  // Writes the bitmap of the last successful draw() as a PNG file at `path`. Throws
+  // DocumentError cannotCreate when the file cannot be created, writeFailed when encoding or
+  // writing fails part way (or nothing was drawn).
+  virtual void writePng(const std::string& path) = 0;
 
   // The loaded page's text and character boxes.
   virtual PageText text() = 0;
@@ -78,8 +89,8 @@ class Document {
 class Library {
  public:
   virtual ~Library() = default;
-  // The document at `path`, or null when it is missing, unreadable, not a PDF, damaged beyond
-  // repair, or encrypted with a password.
+  // The document at `path` (never null). Throws DocumentError cannotOpen when it is missing,
+  // unreadable, not a PDF, damaged beyond repair, or encrypted with a password.
   virtual std::unique_ptr<Document> open(const std::string& path) = 0;
 };
 

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,31 +22,22 @@ struct Request {
   int64_t height = kDefaultHeight;
 };
 
-// A run's end: the failure message, or the summary document to print.
-struct Outcome {
-  std::optional<std::string> failure;
-  Json summary;
-};
-
 // The request `args` make (pdf path, page number, output path, optional width and height;
-// further words ignored), or the failure: "usage: pdf-page <pdf-path> <page-number> <out.png>
+// further words ignored). Throws Error "usage: pdf-page <pdf-path> <page-number> <out.png>
 // [width] [height]" with fewer than three words, "pdf-page: page number must be 1 or more, got
 // <word>" for a page number that does not parse or is below 1. A width or height that does not
 // parse leaves its default without a message; its range is checked later, by render().
-struct Parsed {
-  std::optional<std::string> failure;
-  Request request;
-};
-Parsed parse(const std::vector<std::string>& args);
+Request parse(const std::vector<std::string>& args);
 
 // Opens the document, finds the page and its crop box, checks the size, draws and writes the
-// PNG, in that order, stopping at the first failure with its message ("pdf-page: could not
-// open <path> as a PDF", "pdf-page: this PDF has <n> pages, asked for <page>", "pdf-page: page
-// <page> would not load", "pdf-page: page <page> has an empty crop box", "pdf-page: <w>x<h> is
-// not a drawable size", "pdf-page: could not allocate a <w>x<h> context", "pdf-page: the page
-// drew but produced no image", "pdf-page: could not write to <out>", "pdf-page: writing <out>
-// failed"). On success the summary {"type":"pdf-page","page","pages","width","height","path"}.
-Outcome render(const Request& request, Pdf::Library& library);
+// PNG, in that order, and returns the summary {"type":"pdf-page","page","pages","width",
+// "height","path"}. Stops at the first failure, throwing Error with its message ("pdf-page:
+// could not open <path> as a PDF", "pdf-page: this PDF has <n> pages, asked for <page>",
+// "pdf-page: page <page> would not load", "pdf-page: page <page> has an empty crop box",
+// "pdf-page: <w>x<h> is not a drawable size", "pdf-page: could not allocate a <w>x<h> context",
+// "pdf-page: the page drew but produced no image", "pdf-page: could not write to <out>",
+// "pdf-page: writing <out> failed").
+Json render(const Request& request, Pdf::Library& library);
 
 // The command: parse, load the PDF module, render, then print the summary (one line, flushed)
 // or fail with the message (exit status 1).

@@ -7,63 +7,64 @@
 namespace tallowbrook::PdfText {
 namespace {
 
-Outcome failure(std::string message) {
-  return Outcome{std::move(message), {}};
+Json extractPage(const Request& request, Pdf::Library& library) {
+  const std::string page = std::to_string(request.page);
+  auto document = library.open(request.pdfPath);
+  int pages = document->pageCount();
+  if (pages < request.page) {
+    throw Error("pdf-text: this PDF has " + std::to_string(pages) + " pages, asked for " + page);
+  }
+  document->loadPage(int(request.page));
+  Pdf::Rect crop = document->cropBox();
+  if (!(crop.width > 0) || !(crop.height > 0)) {
+    throw Error("pdf-text: page " + page + " has an empty crop box");
+  }
+  Json result = Json{{"type", "pdf-text"}, {"page", request.page}, {"pages", pages}};
+  // Filled in place: a page of small print has thousands of lines, too many to copy.
+  Json& lines = result["lines"] = Json::array();
+  for (const Line& line : buildLines(document->text())) lines.push_back(lineObject(line, crop));
+  return result;
 }
 
-void finish(const Parsed& parsed, Pdf::Library* library) {
-  if (parsed.failure) fail(*parsed.failure);
-  Outcome outcome = extract(parsed.request, library ? *library : Pdf::loadLibrary());
-  if (outcome.failure) fail(*outcome.failure);
-  writeJsonLine(outcome.result);
+void finish(const std::vector<std::string>& args, Pdf::Library* library) {
+  try {
+    Request request = parse(args);
+    writeJsonLine(extract(request, library ? *library : Pdf::loadLibrary()));
+  } catch (const Error& error) {
+    fail(error.message());
+  }
 }
 
 }  // namespace
 
-Parsed parse(const std::vector<std::string>& args) {
-  Parsed parsed;
-  if (args.size() < 2) {
-    parsed.failure = "usage: pdf-text <pdf-path> <page-number>";
-    return parsed;
-  }
+Request parse(const std::vector<std::string>& args) {
+  if (args.size() < 2) throw Error("usage: pdf-text <pdf-path> <page-number>");
   auto page = Pdf::parsePageNumber(args[1]);
-  if (!page) {
-    parsed.failure = "pdf-text: page number must be 1 or more, got " + args[1];
-    return parsed;
-  }
-  parsed.request = Request{args[0], *page};
-  return parsed;
+  if (!page) throw Error("pdf-text: page number must be 1 or more, got " + args[1]);
+  return Request{args[0], *page};
 }
 
-Outcome extract(const Request& request, Pdf::Library& library) {
-  const std::string page = std::to_string(request.page);
-  auto document = library.open(request.pdfPath);
-  if (!document) return failure("pdf-text: could not open " + request.pdfPath + " as a PDF");
-  int pages = document->pageCount();
-  if (pages < request.page) {
-    return failure("pdf-text: this PDF has " + std::to_string(pages) + " pages, asked for " + page);
+Json extract(const Request& request, Pdf::Library& library) {
+  try {
+    return extractPage(request, library);
+  } catch (const Pdf::DocumentError& error) {
+    switch (error.kind()) {
+      case Pdf::DocumentError::Kind::cannotOpen:
+        throw Error("pdf-text: could not open " + request.pdfPath + " as a PDF");
+      case Pdf::DocumentError::Kind::pageNotLoaded:
+        throw Error("pdf-text: page " + std::to_string(request.page) + " would not load");
+      default:
+        throw;  // nothing else of the library's is used here
+    }
   }
-  if (!document->loadPage(int(request.page))) {
-    return failure("pdf-text: page " + page + " would not load");
-  }
-  Pdf::Rect crop = document->cropBox();
-  if (!(crop.width > 0) || !(crop.height > 0)) {
-    return failure("pdf-text: page " + page + " has an empty crop box");
-  }
-  Outcome outcome;
-  outcome.result = Json{{"type", "pdf-text"}, {"page", request.page}, {"pages", pages}};
-  // Filled in place: a page of small print has thousands of lines, too many to copy.
-  Json& lines = outcome.result["lines"] = Json::array();
-  for (const Line& line : buildLines(document->text())) lines.push_back(lineObject(line, crop));
-  return outcome;
 }
 
 void run(const std::vector<std::string>& args) {
-  finish(parse(args), nullptr);
+  finish(args, nullptr);
 }
 
 void run(const std::vector<std::string>& args, Pdf::Library& library) {
-  finish(parse(args), &library);
+  finish(args, &library);
 }
 
 }  // namespace tallowbrook::PdfText

@@ -87,51 +87,50 @@ void footer(Document& document, int page) {
   document.drawLine(footerText(page), kFooterStyle, kFooterX, kFooterY);
 }
 
-Outcome write(const std::string& path, const Request& request, Typesetter& typesetter) {
+Json write(const std::string& path, const Request& request, Typesetter& typesetter) {
   Attributed text = attributed(request);
   std::size_t length = 0;
   for (const Run& run : text) length += run.text.size();
 
-  Opened opened =
+  std::unique_ptr<Document> document =
       typesetter.open(path, kPageWidth, kPageHeight, {request.title, std::string(kCreator)}, text);
-  if (opened.status == Opened::Status::cannotWrite) return {"cannot write " + path, {}};
-  if (opened.status == Opened::Status::noContext || !opened.document) {
-    return {std::string(kNoContext), {}};
-  }
-  Document& document = *opened.document;
 
   std::size_t position = 0;
   int counter = 0;
   do {
-    document.beginPage();
-    std::size_t placed = document.fillFrame(kTextFrame, position);
-    footer(document, counter + 1);
-    document.endPage();
+    document->beginPage();
+    std::size_t placed = document->fillFrame(kTextFrame, position);
+    footer(*document, counter + 1);
+    document->endPage();
     if (placed == 0) break;
     position += placed;
     counter += 1;
   } while (position < length);
 
-  if (!document.finish()) {
+  try {
+    document->finish();
+  } catch (const Error&) {
     // Never leave an incomplete PDF looking like a good one; a device such as /dev/full stays.
     std::error_code ignored;
     if (std::filesystem::is_regular_file(path, ignored)) std::filesystem::remove(path, ignored);
-    return {"cannot write " + path, {}};
+    throw;
   }
   Json summary;
   summary["type"] = "done";
   summary["pages"] = std::max(counter, 1);
   summary["bytes"] = fileSize(path);
-  return {std::nullopt, summary};
+  return summary;
 }
 
 void run(const std::vector<std::string>& args, std::string_view input, Typesetter& typesetter) {
   if (args.empty()) fail(kUsage);
   std::optional<Request> request = decode(input);
   if (!request) fail(kParseFailure);
-  Outcome outcome = write(args[0], *request, typesetter);
-  if (outcome.failure) fail(*outcome.failure);
-  writeJsonLine(outcome.summary);
+  try {
+    writeJsonLine(write(args[0], *request, typesetter));
+  } catch (const Error& error) {
+    fail(error.message());
+  }
 }
 
 void run(const std::vector<std::string>& args) {
@@ -142,9 +141,11 @@ void run(const std::vector<std::string>& args) {
   std::optional<Request> request = input ? decode(*input) : std::nullopt;
   if (!request) fail(kParseFailure);
   input.reset();
-  Outcome outcome = write(args[0], *request, loadTypesetter());
-  if (outcome.failure) fail(*outcome.failure);
-  writeJsonLine(outcome.summary);
+  try {
+    writeJsonLine(write(args[0], *request, loadTypesetter()));
+  } catch (const Error& error) {
+    fail(error.message());
+  }
 }
 
 }  // namespace tallowbrook::TextPdf

@@ -45,7 +45,6 @@ inline constexpr Style kFooterStyle{Face::mono, 7, 0.55, 0, 0, 1.25};
 inline constexpr std::string_view kCreator = "Tallowbrook";
 inline constexpr std::string_view kUsage = "usage: text-pdf <out.pdf>";
 inline constexpr std::string_view kParseFailure = "could not parse the request on stdin";
-inline constexpr std::string_view kNoContext = "cannot create a PDF context";
 
 // The request in `input`, or nothing when `input` is not JSON, not an object, lacks "title" or
 // "lines", or has a value of the wrong type. Pure.
@@ -63,19 +62,14 @@ std::string footerText(int page);
 // with its baseline at (34, 16).
 void footer(Document& document, int page);
 
-// A run's end: the failure message, or the summary to print.
-struct Outcome {
-  std::optional<std::string> failure;
-  Json summary;
-};
-
-// Typesets `request` into a PDF at `path`: opens it ("cannot write <path>", "cannot create a
-// PDF context"), then pages until the text is placed: each page gets the frame filled from the
-// current position and its footer (number = pages counted + 1); a page on which nothing fits
-// ends the loop and is kept in the file without being counted. Closes the file; when writing
-// failed the incomplete file is removed and the failure is "cannot write <path>". On success
-// the summary {"type":"done","pages":max(count,1),"bytes":<the file's size, 0 if unreadable>}.
-Outcome write(const std::string& path, const Request& request, Typesetter& typesetter);
+// Typesets `request` into a PDF at `path`: opens it (throwing the typesetter's Error "cannot
+// write <path>" or "cannot create a PDF context"), then pages until the text is placed: each
+// page gets the frame filled from the current position and its footer (number = pages counted
+// + 1); a page on which nothing fits ends the loop and is kept in the file without being
+// counted. Closes the file; when writing failed the incomplete file is removed and the Error
+// "cannot write <path>" is thrown. Returns the summary {"type":"done","pages":max(count,1),
+// "bytes":<the file's size, 0 if unreadable>}.
+Json write(const std::string& path, const Request& request, Typesetter& typesetter);
 
 // The command: the first word is the output path (others ignored; none fails with the usage
 // line); reads standard input to its end, decodes, loads the textpdf module, writes, then

@@ -6,7 +6,10 @@
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
+
+#include "base/error.h"
 
 namespace tallowbrook::TextPdf {
 
@@ -69,9 +72,9 @@ class Document {
   // Ends the current page.
   virtual void endPage() = 0;
 
-  // Writes the rest of the file and closes it. False when writing failed at any point (a full
-  // disk): the file is then incomplete.
-  virtual bool finish() = 0;
+  // Writes the rest of the file and closes it. Throws Error "cannot write <path>" when writing
+  // failed at any point (a full disk): the file is then incomplete.
+  virtual void finish() = 0;
 };
 
 // Document information written into the PDF.
@@ -80,16 +83,8 @@ struct Info {
   std::string creator;
 };
 
-// What opening an output document gave.
-struct Opened {
-  enum class Status {
-    opened,
-    cannotWrite,  // the output file could not be created
-    noContext,    // the PDF writer could not be set up on it
-  };
-  Status status = Status::opened;
-  std::unique_ptr<Document> document;  // set when opened
-};
+// The failure when the PDF writer cannot be set up on the output file.
+inline constexpr std::string_view kNoContext = "cannot create a PDF context";
 
 // Makes documents.
 class Typesetter {
@@ -97,9 +92,11 @@ class Typesetter {
   virtual ~Typesetter() = default;
 
   // Creates the file at `path` and a PDF of `pageWidth` x `pageHeight` points on it, with
-  // `info`, that will set `text`.
-  virtual Opened open(const std::string& path, double pageWidth, double pageHeight,
-                      const Info& info, const Attributed& text) = 0;
+  // `info`, that will set `text`; never null. Throws Error "cannot write <path>" when the file
+  // cannot be created, Error kNoContext when the PDF writer cannot be set up on it.
+  virtual std::unique_ptr<Document> open(const std::string& path, double pageWidth,
+                                         double pageHeight, const Info& info,
+                                         const Attributed& text) = 0;
 };
 
 // The module's factory, and its name.

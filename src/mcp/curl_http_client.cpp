@@ -3,6 +3,7 @@
 #include <curl/curl.h>
 
 #include <mutex>
+#include <utility>
 
 namespace tallowbrook::McpBridge {
 namespace {
@@ -21,7 +22,7 @@ class CurlHttpClient final : public HttpClient {
   // Sets the options that stay the same for every exchange; false if libcurl refuses one.
   bool configure(const std::string& url);
 
-  Outcome post(std::string_view body) override;
+  Response post(std::string_view body) override;
 
  private:
   static size_t onBody(char* data, size_t size, size_t count, void* self);
@@ -95,7 +96,7 @@ int CurlHttpClient::onProgress(void* self, curl_off_t, curl_off_t, curl_off_t,
   return 0;
 }
 
-Outcome CurlHttpClient::post(std::string_view body) {
+Response CurlHttpClient::post(std::string_view body) {
   body_.clear();
   received_ = 0;
   moved_ = 0;
@@ -104,26 +105,25 @@ Outcome CurlHttpClient::post(std::string_view body) {
   lastProgress_ = std::chrono::steady_clock::now();
   curl_easy_setopt(easy_, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
   curl_easy_setopt(easy_, CURLOPT_POSTFIELDS, body.data());
-
   CURLcode code = curl_easy_perform(easy_);
-
-  Outcome outcome;
+  // A large answer does not stay in memory until the next line.
+  std::string received = std::exchange(body_, std::string());
+  if (code != CURLE_OK) {
+    if (stalled_) {
+      long seconds = static_cast<long>(limit_.count() / 1000);
+      throw TransportError("Operation timed out: nothing was sent or received for " +
+                           (seconds > 0 ? std::to_string(seconds) + " seconds"
+                                        : std::to_string(limit_.count()) + " milliseconds"));
+    }
+    throw TransportError(errorText_[0] != '\0' ? errorText_ : curl_easy_strerror(code));
+  }
+  Response response;
+  response.body = std::move(received);
   long status = 0;
   if (curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &status) == CURLE_OK) {
-    outcome.status = status;
+    response.status = status;
   }
-  if (code == CURLE_OK) {
-    outcome.body = std::move(body_);
-  } else if (stalled_) {
-    long seconds = static_cast<long>(limit_.count() / 1000);
-    outcome.failure = "Operation timed out: nothing was sent or received for " +
-                      (seconds > 0 ? std::to_string(seconds) + " seconds"
-                                   : std::to_string(limit_.count()) + " milliseconds");
-  } else {
-    outcome.failure = errorText_[0] != '\0' ? errorText_ : curl_easy_strerror(code);
-  }
-  body_ = std::string();  // a large answer does not stay in memory until the next line
-  return outcome;
+  return response;
 }
 
 }  // namespace

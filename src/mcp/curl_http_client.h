@@ -18,9 +18,9 @@ inline constexpr std::chrono::milliseconds kNoProgressLimit{120000};
 // exchanges, so the connection to the application is kept alive between lines. Each POST sends
 // exactly Content-Type: application/json, Accept: application/json, text/event-stream and
 // Authorization: "Bearer " + token (the bare "Bearer " for an empty token), besides Host and
-// Content-Length; no proxy, cookies, redirects or credentials from the environment. A failure's
-// description is libcurl's detailed error text. Returns null when libcurl cannot make a handle.
-// Call from one thread; the client is not thread-safe.
+// Content-Length; no proxy, cookies, redirects or credentials from the environment. A failed
+// exchange throws TransportError with libcurl's detailed error text. Returns null when libcurl
+// cannot make a handle. Call from one thread; the client is not thread-safe.
 std::unique_ptr<HttpClient> makeCurlHttpClient(
     const std::string& url, const std::string& token,
     std::chrono::milliseconds noProgressLimit = kNoProgressLimit);

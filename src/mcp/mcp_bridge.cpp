@@ -33,6 +33,21 @@ void run(const std::vector<std::string>& args) {
   relay(STDIN_FILENO, *client);
 }
 
+namespace {
+
+// The line to print for `line` of kind `kind`, posted through `client`.
+std::optional<std::string> exchange(HttpClient& client, const Kind& kind, std::string_view line) {
+  Response response;
+  try {
+    response = client.post(line);
+  } catch (const TransportError& error) {
+    return unreachable(kind, error.message());
+  }
+  return reply(kind, response);
+}
+
+}  // namespace
+
 void relay(int inputFd, HttpClient& client) {
   Text::LineReader reader(inputFd);
   std::string_view raw;
@@ -42,8 +57,7 @@ void relay(int inputFd, HttpClient& client) {
     std::string_view line = Text::trimBlanksAndTabs(repaired.empty() ? raw : repaired);
     if (line.empty()) continue;
     Kind kind = classify(line);
-    Outcome outcome = client.post(line);
-    auto printed = reply(kind, outcome.status, outcome.body, outcome.failure);
+    auto printed = exchange(client, kind, line);
     if (printed) writeTextLine(*printed);
   }
 }

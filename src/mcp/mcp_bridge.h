@@ -21,7 +21,8 @@ void run(const std::vector<std::string>& args);
 // The relay loop: reads lines from `inputFd` until it ends; each line is decoded as UTF-8
 // (invalid bytes become U+FFFD) and trimmed of blanks and tabs; an empty line is skipped;
 // any other line is classified, posted through `client` unchanged, and the `reply` for the
-// exchange, if any, is written as one line on standard output (under `Out::lock()`). Lines are
+// response (or the `unreachable` line when the post throws TransportError), if any, is written
+// as one line on standard output (under `Out::lock()`). Lines are
 // relayed strictly one at a time; no failed exchange or closed output ends the loop.
 // The calling thread is the only one that uses `client`.
 void relay(int inputFd, HttpClient& client);

@@ -2,17 +2,24 @@
 // answer. The real client (libcurl) lives in the http module; tests use fakes.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
 
+#include "base/error.h"
+
 namespace tallowbrook::McpBridge {
 
-// The result of one HTTP exchange.
-struct Outcome {
-  std::optional<std::string> body;     // the response body; absent when the exchange failed
-  long status = 0;                     // the HTTP status code; 0 without an HTTP response
-  std::optional<std::string> failure;  // the transport error's description; absent on success
+// The answer to one completed HTTP exchange.
+struct Response {
+  std::string body;  // the response body, possibly empty
+  long status = 0;   // the HTTP status code; 0 when the library saw none
+};
+
+// An exchange that failed in transport (refused connection, closed connection, no progress for
+// the time limit): `what()` is the transport's own description of the failure.
+class TransportError : public Error {
+ public:
+  using Error::Error;
 };
 
 class HttpClient {
@@ -20,10 +27,11 @@ class HttpClient {
   virtual ~HttpClient() = default;
 
   // POSTs `body` unchanged to the endpoint the client was made for, with the bridge's headers,
-  // and blocks until the exchange completes or fails. Never throws: every failure (refused
-  // connection, closed connection, no progress for the time limit) comes back as `failure`.
-  // One exchange at a time; the thread that made the client calls it.
-  virtual Outcome post(std::string_view body) = 0;
+  // blocks until the exchange completes and returns the response, whatever its status. Throws
+  // TransportError when the exchange fails (refused connection, closed connection, no progress
+  // for the time limit); the client can be used again after it. One exchange at a time; the
+  // thread that made the client calls it.
+  virtual Response post(std::string_view body) = 0;
 };
 
 // The http module's entry: makes the client for `url` (passed unchanged to the HTTP library)

@@ -7,6 +7,7 @@
 
 #include "base/out.h"
 #include "mcp/mcp_classify.h"
+#include "mcp/mcp_http_client.h"
 
 namespace tallowbrook::McpBridge {
 
@@ -18,18 +19,22 @@ inline constexpr int kErrorCode = -32000;
 // `id` cannot be serialised. Pure; any thread.
 std::optional<std::string> error(const Json& id, std::string_view message);
 
-// The line to print after posting a line of kind `kind`, given the HTTP status (0 without an
-// HTTP response), the response body (absent when the exchange failed) and the transport
-// failure's description (absent when the exchange completed). First matching rule:
-//   1. no failure, status 200, a non-empty body that is valid UTF-8: the body with every line
-//      feed removed (whatever the kind);
+// The line to print after posting a line of kind `kind` and getting `response` (an exchange that
+// completed, whatever its status). First matching rule:
+//   1. status 200 and a non-empty body that is valid UTF-8: the body with every line feed
+//      removed (whatever the kind);
 //   2. a notification: nothing;
-//   3. an error for the request's id (null for a malformed line): "Tallowbrook is not
-//      reachable (F). ..." for a failure F, the sharing message for 503, the token message for
-//      401, nothing for 202, "Tallowbrook answered HTTP S." for any other status S.
+//   3. an error for the request's id (null for a malformed line): the sharing message for 503,
+//      the token message for 401, nothing for 202, "Tallowbrook answered HTTP S." for any other
+//      status S.
 // The returned text holds no line feed. Pure; any thread.
-std::optional<std::string> reply(const Kind& kind, long status,
-                                 const std::optional<std::string>& body,
-                                 const std::optional<std::string>& failure);
+std::optional<std::string> reply(const Kind& kind, const Response& response);
+
+// The line to print after posting a line of kind `kind` failed in transport with `description`
+// (a TransportError's): nothing for a notification, else an error for the request's id (null
+// for a malformed line): "Tallowbrook is not reachable (<description>). Open the app and check
+// Settings → Answering → Claude and other AI apps." The returned text holds no line feed.
+// Pure; any thread.
+std::optional<std::string> unreachable(const Kind& kind, std::string_view description);
 
 }  // namespace tallowbrook::McpBridge

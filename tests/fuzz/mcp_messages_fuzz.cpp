@@ -1,5 +1,6 @@
-// Fuzzes the bridge's per-line logic: classification of any line, and the reply for any
-// status, body and failure. Input: one control byte, then the line, a line feed, the body.
+// Fuzzes the bridge's per-line logic: classification of any line, and the line printed for any
+// response (status, body) or transport failure. Input: one control byte, then the line, a line
+// feed, the body.
 #include <cstdint>
 #include <cstdlib>
 #include <string>
@@ -31,13 +32,17 @@ void checkClassification(std::string_view line, const Kind& kind) {
   fuzz::check(doc.at("id") == kind.id);
 }
 
-void checkReply(const Kind& kind, long status, const std::optional<std::string>& body,
+// What the relay prints for `kind`: unreachable() when the exchange failed with `failure`, else
+// reply() for `response`.
+void checkReply(const Kind& kind, const Response& response,
                 const std::optional<std::string>& failure) {
-  auto line = reply(kind, status, body, failure);
-  bool passesBody = !failure && status == 200 && body && !body->empty() && isValidUtf8(*body);
+  auto line = failure ? unreachable(kind, *failure) : reply(kind, response);
+  const long status = response.status;
+  const std::string& body = response.body;
+  bool passesBody = !failure && status == 200 && !body.empty() && isValidUtf8(body);
   if (passesBody) {
     std::string expected;
-    for (char c : *body) {
+    for (char c : body) {
       if (c != '\n') expected.push_back(c);
     }
     fuzz::check(line == expected);
@@ -65,9 +70,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string_view rest(reinterpret_cast<const char*>(data + 1), size - 1);
   auto feed = rest.find('\n');
   std::string_view line = rest.substr(0, feed);
-  std::optional<std::string> body;
-  if (feed != std::string_view::npos) body = std::string(rest.substr(feed + 1));
-  long status = kStatuses[control & 15];
+  Response response;
+  if (feed != std::string_view::npos) response.body = std::string(rest.substr(feed + 1));
+  response.status = kStatuses[control & 15];
   std::optional<std::string> failure;
   if (control & 16) failure = std::string(line.substr(0, 40));
 
@@ -78,7 +83,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (std::string_view candidate : {std::string_view(text), line}) {
     Kind kind = classify(candidate);
     checkClassification(candidate, kind);
-    checkReply(kind, status, body, failure);
+    checkReply(kind, response, failure);
   }
   return 0;
 }

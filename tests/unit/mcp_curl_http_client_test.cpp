@@ -2,6 +2,8 @@
 #include "mcp/curl_http_client.h"
 
 #include <chrono>
+#include <optional>
+#include <string>
 
 #include <gtest/gtest.h>
 
@@ -16,14 +18,23 @@ HttpResponse ok(std::string body) {
   return respond(200, std::move(body));
 }
 
+// The description of the TransportError that posting `body` throws; nothing when it completes.
+std::optional<std::string> failureOf(HttpClient& client, std::string_view body) {
+  try {
+    client.post(body);
+  } catch (const TransportError& error) {
+    return error.message();
+  }
+  return std::nullopt;
+}
+
 TEST(CurlHttpClient, PostsTheBodyWithExactlyTheBridgesHeaders) {
   LoopbackHttpServer server([](const HttpRequest&) { return ok("{\"ok\":true}"); });
   auto client = makeCurlHttpClient(server.url(), "tok-123");
   ASSERT_TRUE(client);
-  Outcome outcome = client->post(R"({"jsonrpc":"2.0", "id":1,"method":"a\/b"})");
-  EXPECT_EQ(outcome.status, 200);
-  EXPECT_EQ(outcome.body, "{\"ok\":true}");
-  EXPECT_FALSE(outcome.failure);
+  Response response = client->post(R"({"jsonrpc":"2.0", "id":1,"method":"a\/b"})");
+  EXPECT_EQ(response.status, 200);
+  EXPECT_EQ(response.body, "{\"ok\":true}");
 
   auto requests = server.requests();
   ASSERT_EQ(requests.size(), 1u);
@@ -45,9 +56,9 @@ TEST(CurlHttpClient, PostsTheBodyWithExactlyTheBridgesHeaders) {
 TEST(CurlHttpClient, AnEmptyTokenSendsTheBareBearerWord) {
   LoopbackHttpServer server([](const HttpRequest&) { return respond(401); });
   auto client = makeCurlHttpClient(server.url(), "");
-  Outcome outcome = client->post("{}");
-  EXPECT_EQ(outcome.status, 401);
-  EXPECT_EQ(outcome.body, "");
+  Response response = client->post("{}");
+  EXPECT_EQ(response.status, 401);
+  EXPECT_EQ(response.body, "");
   auto requests = server.requests();
   ASSERT_EQ(requests.size(), 1u);
   EXPECT_EQ(requests[0].header("Authorization"), "Bearer ");
@@ -57,8 +68,7 @@ TEST(CurlHttpClient, KeepsOneConnectionForAllExchanges) {
   LoopbackHttpServer server([](const HttpRequest& r) { return ok(r.body); });
   auto client = makeCurlHttpClient(server.url(), "t");
   for (int i = 0; i < 20; ++i) {
-    Outcome outcome = client->post(std::to_string(i));
-    EXPECT_EQ(outcome.body, std::to_string(i));
+    EXPECT_EQ(client->post(std::to_string(i)).body, std::to_string(i));
   }
   EXPECT_EQ(server.connections(), 1);
 }
@@ -69,30 +79,25 @@ TEST(CurlHttpClient, StatusesWithoutBodyAreNoFailure) {
   LoopbackHttpServer server([&](const HttpRequest&) { return respond(statuses[next++]); });
   auto client = makeCurlHttpClient(server.url(), "t");
   for (int status : statuses) {
-    Outcome outcome = client->post("{}");
-    EXPECT_EQ(outcome.status, status);
-    EXPECT_EQ(outcome.body, "");
-    EXPECT_FALSE(outcome.failure);
+    Response response;
+    EXPECT_NO_THROW(response = client->post("{}"));
+    EXPECT_EQ(response.status, status);
+    EXPECT_EQ(response.body, "");
   }
 }
 
 TEST(CurlHttpClient, ARefusedConnectionIsAFailureWithLibcurlsText) {
   int port = deadLoopbackPort();
   auto client = makeCurlHttpClient("http://127.0.0.1:" + std::to_string(port) + "/mcp", "t");
-  Outcome outcome = client->post("{}");
-  EXPECT_EQ(outcome.status, 0);
-  EXPECT_FALSE(outcome.body);
-  ASSERT_TRUE(outcome.failure);
-  EXPECT_NE(outcome.failure->find("port " + std::to_string(port)), std::string::npos)
-      << *outcome.failure;
+  std::optional<std::string> failure = failureOf(*client, "{}");
+  ASSERT_TRUE(failure);
+  EXPECT_NE(failure->find("port " + std::to_string(port)), std::string::npos) << *failure;
 }
 
 TEST(CurlHttpClient, AClosedConnectionIsAFailure) {
   LoopbackHttpServer server([](const HttpRequest&) { return closeWithoutAnswer(); });
   auto client = makeCurlHttpClient(server.url(), "t");
-  Outcome outcome = client->post("{}");
-  EXPECT_FALSE(outcome.body);
-  EXPECT_EQ(outcome.failure, "Empty reply from server");
+  EXPECT_EQ(failureOf(*client, "{}"), "Empty reply from server");
 }
 
 TEST(CurlHttpClient, AfterAFailureTheNextExchangeWorks) {
@@ -100,21 +105,19 @@ TEST(CurlHttpClient, AfterAFailureTheNextExchangeWorks) {
   LoopbackHttpServer server(
       [&](const HttpRequest&) { return ++calls == 1 ? closeWithoutAnswer() : ok("again"); });
   auto client = makeCurlHttpClient(server.url(), "t");
-  EXPECT_TRUE(client->post("{}").failure);
-  Outcome outcome = client->post("{}");
-  EXPECT_FALSE(outcome.failure);
-  EXPECT_EQ(outcome.body, "again");
+  EXPECT_THROW(client->post("{}"), TransportError);
+  Response response;
+  EXPECT_NO_THROW(response = client->post("{}"));
+  EXPECT_EQ(response.body, "again");
 }
 
 TEST(CurlHttpClient, AStalledAnswerFailsAfterTheNoProgressLimit) {
   LoopbackHttpServer server([](const HttpRequest&) { return stall(30s); });
   auto client = makeCurlHttpClient(server.url(), "t", 500ms);
   auto start = std::chrono::steady_clock::now();
-  Outcome outcome = client->post("{}");
+  std::optional<std::string> failure = failureOf(*client, "{}");
   auto took = std::chrono::steady_clock::now() - start;
-  EXPECT_FALSE(outcome.body);
-  EXPECT_EQ(outcome.failure,
-            "Operation timed out: nothing was sent or received for 500 milliseconds");
+  EXPECT_EQ(failure, "Operation timed out: nothing was sent or received for 500 milliseconds");
   EXPECT_GE(took, 500ms);
   EXPECT_LT(took, 20s);  // ended by the limit, not by the server
 }
@@ -125,9 +128,9 @@ TEST(CurlHttpClient, TheLimitIsOnProgressNotOnTheWholeExchange) {
       [](const HttpRequest&) { return trickle(200, "{\"slow\":\"0123456\"}", 100ms); });
   auto client = makeCurlHttpClient(server.url(), "t", 500ms);
   auto start = std::chrono::steady_clock::now();
-  Outcome outcome = client->post("{}");
-  EXPECT_FALSE(outcome.failure) << *outcome.failure;
-  EXPECT_EQ(outcome.body, "{\"slow\":\"0123456\"}");
+  Response response;
+  EXPECT_NO_THROW(response = client->post("{}"));
+  EXPECT_EQ(response.body, "{\"slow\":\"0123456\"}");
   EXPECT_GT(std::chrono::steady_clock::now() - start, 1500ms);
 }
 
@@ -136,10 +139,9 @@ TEST(CurlHttpClient, LargeBodiesTravelIntactBothWays) {
   for (size_t i = 0; i < large.size(); i += 997) large[i] = static_cast<char>('0' + i % 10);
   LoopbackHttpServer server([](const HttpRequest& r) { return ok(r.body); });
   auto client = makeCurlHttpClient(server.url(), "t");
-  Outcome outcome = client->post(large);
-  EXPECT_EQ(outcome.status, 200);
-  ASSERT_TRUE(outcome.body);
-  EXPECT_TRUE(*outcome.body == large);
+  Response response = client->post(large);
+  EXPECT_EQ(response.status, 200);
+  EXPECT_TRUE(response.body == large);
   auto requests = server.requests();
   ASSERT_EQ(requests.size(), 1u);
   EXPECT_EQ(requests[0].header("Expect"), std::nullopt);
@@ -149,9 +151,9 @@ TEST(CurlHttpClient, AUrlLibcurlCannotUseIsAFailureOnEachExchange) {
   auto client = makeCurlHttpClient("http://127.0.0.1:99999/mcp", "t");
   ASSERT_TRUE(client);
   for (int i = 0; i < 2; ++i) {
-    Outcome outcome = client->post("{}");
-    ASSERT_TRUE(outcome.failure);
-    EXPECT_FALSE(outcome.failure->empty());
+    std::optional<std::string> failure = failureOf(*client, "{}");
+    ASSERT_TRUE(failure);
+    EXPECT_FALSE(failure->empty());
   }
 }
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <deque>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,22 +16,29 @@
 namespace tallowbrook::McpBridge {
 namespace {
 
-// Answers each post with the next scripted outcome (a 202 once the script runs out) and keeps
+// One scripted exchange: the response, or the transport failure post() throws.
+struct Scripted {
+  Response response;
+  std::optional<std::string> failure;
+};
+
+// Answers each post with the next scripted exchange (a 202 once the script runs out) and keeps
 // what was posted.
 class FakeHttpClient : public HttpClient {
  public:
-  explicit FakeHttpClient(std::deque<Outcome> script) : script_(std::move(script)) {}
-  Outcome post(std::string_view body) override {
+  explicit FakeHttpClient(std::deque<Scripted> script) : script_(std::move(script)) {}
+  Response post(std::string_view body) override {
     posted.emplace_back(body);
-    if (script_.empty()) return Outcome{std::string(), 202, std::nullopt};
-    Outcome next = std::move(script_.front());
+    if (script_.empty()) return Response{std::string(), 202};
+    Scripted next = std::move(script_.front());
     script_.pop_front();
-    return next;
+    if (next.failure) throw TransportError(*next.failure);
+    return next.response;
   }
   std::vector<std::string> posted;
 
  private:
-  std::deque<Outcome> script_;
+  std::deque<Scripted> script_;
 };
 
 int inputOf(const std::string& bytes) {
@@ -52,11 +60,11 @@ std::string relayed(const std::string& input, HttpClient& client) {
   return capture.text();
 }
 
-Outcome answered(long status, std::string body) {
-  return Outcome{std::move(body), status, {}};
+Scripted answered(long status, std::string body) {
+  return Scripted{Response{std::move(body), status}, std::nullopt};
 }
-Outcome failed(std::string failure) {
-  return Outcome{std::nullopt, 0, std::move(failure)};
+Scripted failed(std::string failure) {
+  return Scripted{Response{}, std::move(failure)};
 }
 
 TEST(McpRelay, PostsEachTrimmedLineUnchanged) {
@@ -123,7 +131,7 @@ TEST(McpRelay, NulBytesArePostedAndTheLineIsMalformed) {
 }
 
 TEST(McpRelay, EndsOnlyAtTheEndOfInput) {
-  std::deque<Outcome> script;
+  std::deque<Scripted> script;
   std::string input;
   for (int i = 0; i < 50; ++i) {
     script.push_back(failed("Couldn't connect to server"));

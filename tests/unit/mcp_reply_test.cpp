@@ -47,70 +47,68 @@ TEST(McpError, NothingWhenTheIdCannotBeSerialised) {
 TEST(McpReply, A200BodyIsPrintedWithItsLineFeedsRemoved) {
   std::string body =
       "{\n  \"jsonrpc\": \"2.0\",\r\n  \"id\": 5,\n  \"result\": {\"a\": \"x/y\"}\n}\n";
-  EXPECT_EQ(reply(kRequest, 200, body, std::nullopt),
+  EXPECT_EQ(reply(kRequest, Response{body, 200}),
             "{  \"jsonrpc\": \"2.0\",\r  \"id\": 5,  \"result\": {\"a\": \"x/y\"}}");
 }
 
 TEST(McpReply, A200BodyIsPrintedForEveryKind) {
   for (const Kind& kind : {kRequest, Kind::notification(), Kind::malformed()}) {
-    EXPECT_EQ(reply(kind, 200, std::string("anything"), std::nullopt), "anything");
+    EXPECT_EQ(reply(kind, Response{std::string("anything"), 200}), "anything");
   }
 }
 
 TEST(McpReply, A200BodyThatIsNotTextIsAnError) {
-  EXPECT_EQ(reply(kRequest, 200, std::string("\xff\xfe"), std::nullopt),
+  EXPECT_EQ(reply(kRequest, Response{std::string("\xff\xfe"), 200}),
             errorLine("5", "Tallowbrook answered HTTP 200."));
-  EXPECT_EQ(reply(kRequest, 200, std::string(""), std::nullopt),
+  EXPECT_EQ(reply(kRequest, Response{std::string(""), 200}),
             errorLine("5", "Tallowbrook answered HTTP 200."));
-  EXPECT_EQ(reply(kRequest, 200, std::nullopt, std::nullopt),
-            errorLine("5", "Tallowbrook answered HTTP 200."));
-  EXPECT_EQ(reply(Kind::malformed(), 200, std::string(""), std::nullopt),
+  EXPECT_EQ(reply(Kind::malformed(), Response{std::string(""), 200}),
             errorLine("null", "Tallowbrook answered HTTP 200."));
 }
 
-TEST(McpReply, AFailureWinsOverABody) {
-  EXPECT_EQ(reply(kRequest, 200, std::string("{}"), std::string("Empty reply from server")),
+TEST(McpReply, AFailedExchangeIsUnreachable) {
+  EXPECT_EQ(unreachable(kRequest, "Empty reply from server"),
             errorLine("5", kUnreachablePrefix + "Empty reply from server" + kUnreachableSuffix));
 }
 
 TEST(McpReply, NotificationsGetNothingButA200Body) {
   for (long status : {0L, 202L, 400L, 401L, 500L, 503L}) {
-    EXPECT_EQ(reply(Kind::notification(), status, std::string("x"), std::nullopt), std::nullopt)
+    EXPECT_EQ(reply(Kind::notification(), Response{std::string("x"), status}), std::nullopt)
         << status;
   }
-  EXPECT_EQ(reply(Kind::notification(), 0, std::nullopt, std::string("refused")), std::nullopt);
-  EXPECT_EQ(reply(Kind::notification(), 200, std::string(""), std::nullopt), std::nullopt);
+  EXPECT_EQ(unreachable(Kind::notification(), "refused"), std::nullopt);
+  EXPECT_EQ(reply(Kind::notification(), Response{std::string(""), 200}), std::nullopt);
 }
 
 TEST(McpReply, MessagesByStatus) {
-  EXPECT_EQ(reply(kRequest, 503, std::string("busy"), std::nullopt), errorLine("5", kSharingOff));
-  EXPECT_EQ(reply(kRequest, 401, std::string(""), std::nullopt), errorLine("5", kRefusedToken));
-  EXPECT_EQ(reply(kRequest, 202, std::string(""), std::nullopt), std::nullopt);
-  EXPECT_EQ(reply(kRequest, 500, std::string("{}"), std::nullopt),
+  EXPECT_EQ(reply(kRequest, Response{std::string("busy"), 503}), errorLine("5", kSharingOff));
+  EXPECT_EQ(reply(kRequest, Response{std::string(""), 401}), errorLine("5", kRefusedToken));
+  EXPECT_EQ(reply(kRequest, Response{std::string(""), 202}), std::nullopt);
+  EXPECT_EQ(reply(kRequest, Response{std::string("{}"), 500}),
             errorLine("5", "Tallowbrook answered HTTP 500."));
-  EXPECT_EQ(reply(kRequest, 0, std::nullopt, std::nullopt),
+  EXPECT_EQ(reply(kRequest, Response{std::string(), 0}),
             errorLine("5", "Tallowbrook answered HTTP 0."));
-  EXPECT_EQ(reply(kRequest, 302, std::string(""), std::nullopt),
+  EXPECT_EQ(reply(kRequest, Response{std::string(""), 302}),
             errorLine("5", "Tallowbrook answered HTTP 302."));
 }
 
 TEST(McpReply, MalformedLinesGetANullId) {
-  EXPECT_EQ(reply(Kind::malformed(), 400, std::nullopt, std::nullopt),
+  EXPECT_EQ(reply(Kind::malformed(), Response{std::string(), 400}),
             errorLine("null", "Tallowbrook answered HTTP 400."));
-  EXPECT_EQ(reply(Kind::malformed(), 202, std::string(""), std::nullopt), std::nullopt);
-  EXPECT_EQ(reply(Kind::malformed(), 0, std::nullopt, std::string("x")),
+  EXPECT_EQ(reply(Kind::malformed(), Response{std::string(""), 202}), std::nullopt);
+  EXPECT_EQ(unreachable(Kind::malformed(), "x"),
             errorLine("null", kUnreachablePrefix + "x" + kUnreachableSuffix));
 }
 
 TEST(McpReply, TheRequestsIdIsKept) {
-  EXPECT_EQ(reply(Kind::request(Json("id/1")), 503, std::nullopt, std::nullopt),
+  EXPECT_EQ(reply(Kind::request(Json("id/1")), Response{std::string(), 503}),
             errorLine(R"("id\/1")", kSharingOff));
-  EXPECT_EQ(reply(Kind::request(Json(nullptr)), 503, std::nullopt, std::nullopt),
+  EXPECT_EQ(reply(Kind::request(Json(nullptr)), Response{std::string(), 503}),
             errorLine("null", kSharingOff));
 }
 
 TEST(McpReply, TheFailureTextIsEscapedInTheMessage) {
-  auto line = reply(kRequest, 0, std::nullopt, std::string("a \"quoted\" /path\n"));
+  auto line = unreachable(kRequest, "a \"quoted\" /path\n");
   ASSERT_TRUE(line);
   EXPECT_EQ(line->find('\n'), std::string::npos);
   auto doc = Json::parse(*line);

@@ -3,6 +3,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,8 +19,8 @@ struct FakePage {
 
 struct FakeFile {
   std::vector<FakePage> pages;
-  DrawResult draws = DrawResult::drawn;
-  WriteResult writes = WriteResult::written;
+  std::optional<DocumentError::Kind> drawFails;   // what draw() throws, if anything
+  std::optional<DocumentError::Kind> writeFails;  // what writePng() throws, if anything
 };
 
 // What the commands asked of the library.
@@ -36,21 +37,21 @@ class FakeDocument : public Document {
  public:
   FakeDocument(const FakeFile& file, FakeLog& log) : file_(file), log_(log) {}
   int pageCount() const override { return int(file_.pages.size()); }
-  bool loadPage(int number) override {
+  void loadPage(int number) override {
     log_.loadedPage = number;
     page_ = &file_.pages.at(size_t(number - 1));
-    return page_->loads;
+    if (!page_->loads) throw DocumentError(DocumentError::Kind::pageNotLoaded, "fake: no load");
   }
   Rect cropBox() const override { return page_->crop; }
-  DrawResult draw(const Rect& crop, int width, int height) override {
+  void draw(const Rect& crop, int width, int height) override {
     log_.drawnCrop = crop;
     log_.drawnWidth = width;
     log_.drawnHeight = height;
-    return file_.draws;
+    if (file_.drawFails) throw DocumentError(*file_.drawFails, "fake: no drawing");
   }
-  WriteResult writePng(const std::string& path) override {
+  void writePng(const std::string& path) override {
     log_.writtenPath = path;
-    return file_.writes;
+    if (file_.writeFails) throw DocumentError(*file_.writeFails, "fake: no writing");
   }
   PageText text() override { return page_->text; }
 
@@ -67,7 +68,7 @@ class FakeLibrary : public Library {
   std::unique_ptr<Document> open(const std::string& path) override {
     log.opened.push_back(path);
     auto found = files.find(path);
-    if (found == files.end()) return nullptr;
+    if (found == files.end()) throw DocumentError(DocumentError::Kind::cannotOpen, "fake: no file");
     return std::make_unique<FakeDocument>(found->second, log);
   }
 };

@@ -16,13 +16,15 @@ class PdfPageTest : public ::testing::Test {
  protected:
   PdfPageTest() { library.files["doc.pdf"].pages = {FakePage{}, FakePage{}, FakePage{}}; }
 
-  Outcome runWith(const std::vector<std::string>& args) {
-    Parsed parsed = parse(args);
-    if (parsed.failure) return Outcome{parsed.failure, {}};
-    return render(parsed.request, library);
-  }
+  Json runWith(const std::vector<std::string>& args) { return render(parse(args), library); }
+  // The message of the Error that parsing or rendering throws.
   std::string failureOf(const std::vector<std::string>& args) {
-    return runWith(args).failure.value_or("(no failure)");
+    try {
+      runWith(args);
+    } catch (const Error& error) {
+      return error.message();
+    }
+    return "(no failure)";
   }
 
   FakeLibrary library;
@@ -44,10 +46,9 @@ TEST_F(PdfPageTest, ABadPageNumberIsReportedAsTypedBeforeTheFileIsOpened) {
 }
 
 TEST_F(PdfPageTest, DefaultSizeIs1404By1872) {
-  Outcome outcome = runWith({"doc.pdf", "1", "out.png"});
-  ASSERT_FALSE(outcome.failure) << *outcome.failure;
+  Json summary = runWith({"doc.pdf", "1", "out.png"});
   EXPECT_EQ(
-      outcome.summary.dump(),
+      summary.dump(),
       R"({"type":"pdf-page","page":1,"pages":3,"width":1404,"height":1872,"path":"out.png"})");
   EXPECT_EQ(library.log.drawnWidth, 1404);
   EXPECT_EQ(library.log.drawnHeight, 1872);
@@ -55,26 +56,24 @@ TEST_F(PdfPageTest, DefaultSizeIs1404By1872) {
 }
 
 TEST_F(PdfPageTest, WidthAloneKeepsTheDefaultHeight) {
-  Outcome outcome = runWith({"doc.pdf", "2", "out.png", "800"});
-  ASSERT_FALSE(outcome.failure);
-  EXPECT_EQ(outcome.summary["width"], 800);
-  EXPECT_EQ(outcome.summary["height"], 1872);
-  EXPECT_EQ(outcome.summary["page"], 2);
+  Json summary = runWith({"doc.pdf", "2", "out.png", "800"});
+  EXPECT_EQ(summary["width"], 800);
+  EXPECT_EQ(summary["height"], 1872);
+  EXPECT_EQ(summary["page"], 2);
   EXPECT_EQ(library.log.loadedPage, 2);
 }
 
 TEST_F(PdfPageTest, AnUnparsableSizeFallsBackSilently) {
-  Outcome outcome = runWith({"doc.pdf", "+3", "out.png", "wide", "600", "ignored"});
-  ASSERT_FALSE(outcome.failure);
-  EXPECT_EQ(outcome.summary["width"], 1404);
-  EXPECT_EQ(outcome.summary["height"], 600);
-  EXPECT_EQ(outcome.summary["page"], 3);
+  Json summary = runWith({"doc.pdf", "+3", "out.png", "wide", "600", "ignored"});
+  EXPECT_EQ(summary["width"], 1404);
+  EXPECT_EQ(summary["height"], 600);
+  EXPECT_EQ(summary["page"], 3);
   EXPECT_EQ(library.log.drawnHeight, 600);
 }
 
 TEST_F(PdfPageTest, SizesFrom1To8000AreDrawable) {
-  EXPECT_FALSE(runWith({"doc.pdf", "1", "out.png", "8000", "8000"}).failure);
-  EXPECT_FALSE(runWith({"doc.pdf", "1", "out.png", "1", "1"}).failure);
+  EXPECT_EQ(failureOf({"doc.pdf", "1", "out.png", "8000", "8000"}), "(no failure)");
+  EXPECT_EQ(failureOf({"doc.pdf", "1", "out.png", "1", "1"}), "(no failure)");
   EXPECT_EQ(failureOf({"doc.pdf", "1", "out.png", "8001"}),
             "pdf-page: 8001x1872 is not a drawable size");
   EXPECT_EQ(failureOf({"doc.pdf", "1", "out.png", "0"}), "pdf-page: 0x1872 is not a drawable size");
@@ -107,7 +106,7 @@ TEST_F(PdfPageTest, DocumentAndPageFailures) {
 
 TEST_F(PdfPageTest, TheCropBoxIsWhatIsDrawn) {
   library.files["doc.pdf"].pages[0].crop = {36, 72, 540, 300};
-  ASSERT_FALSE(runWith({"doc.pdf", "1", "out.png", "900", "500"}).failure);
+  ASSERT_EQ(failureOf({"doc.pdf", "1", "out.png", "900", "500"}), "(no failure)");
   EXPECT_EQ(library.log.drawnCrop.x, 36);
   EXPECT_EQ(library.log.drawnCrop.y, 72);
   EXPECT_EQ(library.log.drawnCrop.width, 540);
@@ -116,17 +115,18 @@ TEST_F(PdfPageTest, TheCropBoxIsWhatIsDrawn) {
 
 TEST_F(PdfPageTest, DrawingAndWritingFailures) {
   auto& file = library.files["doc.pdf"];
-  file.draws = Pdf::DrawResult::noContext;
+  using Kind = Pdf::DocumentError::Kind;
+  file.drawFails = Kind::noContext;
   EXPECT_EQ(failureOf({"doc.pdf", "1", "out.png", "640", "480"}),
             "pdf-page: could not allocate a 640x480 context");
-  file.draws = Pdf::DrawResult::noImage;
+  file.drawFails = Kind::noImage;
   EXPECT_EQ(failureOf({"doc.pdf", "1", "out.png"}),
             "pdf-page: the page drew but produced no image");
-  file.draws = Pdf::DrawResult::drawn;
-  file.writes = Pdf::WriteResult::cannotCreate;
+  file.drawFails.reset();
+  file.writeFails = Kind::cannotCreate;
   EXPECT_EQ(failureOf({"doc.pdf", "1", "/no/dir/out.png"}),
             "pdf-page: could not write to /no/dir/out.png");
-  file.writes = Pdf::WriteResult::failed;
+  file.writeFails = Kind::writeFailed;
   EXPECT_EQ(failureOf({"doc.pdf", "1", "/full/out.png"}), "pdf-page: writing /full/out.png failed");
 }
 

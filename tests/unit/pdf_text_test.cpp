@@ -17,13 +17,15 @@ class PdfTextTest : public ::testing::Test {
  protected:
   PdfTextTest() { library.files["doc.pdf"].pages = {FakePage{}, FakePage{}, FakePage{}}; }
 
-  Outcome runWith(const std::vector<std::string>& args) {
-    Parsed parsed = parse(args);
-    if (parsed.failure) return Outcome{parsed.failure, {}};
-    return extract(parsed.request, library);
-  }
+  Json runWith(const std::vector<std::string>& args) { return extract(parse(args), library); }
+  // The message of the Error that parsing or extracting throws.
   std::string failureOf(const std::vector<std::string>& args) {
-    return runWith(args).failure.value_or("(no failure)");
+    try {
+      runWith(args);
+    } catch (const Error& error) {
+      return error.message();
+    }
+    return "(no failure)";
   }
 
   FakeLibrary library;
@@ -52,9 +54,8 @@ TEST_F(PdfTextTest, DocumentAndPageFailures) {
 }
 
 TEST_F(PdfTextTest, APageWithoutTextHasNoLines) {
-  Outcome outcome = runWith({"doc.pdf", "3", "extra"});
-  ASSERT_FALSE(outcome.failure);
-  EXPECT_EQ(outcome.result.dump(), R"({"type":"pdf-text","page":3,"pages":3,"lines":[]})");
+  EXPECT_EQ(runWith({"doc.pdf", "3", "extra"}).dump(),
+            R"({"type":"pdf-text","page":3,"pages":3,"lines":[]})");
 }
 
 TEST_F(PdfTextTest, LinesAreNormalisedToTheCropBox) {
@@ -63,9 +64,8 @@ TEST_F(PdfTextTest, LinesAreNormalisedToTheCropBox) {
   page.text.text = " Hi\nyo";
   page.text.boxes = {Rect{}, Rect{100, 680, 10, 20}, Rect{110, 680, 10, 20},
                      Rect{}, Rect{150, 200, 20, 10}, Rect{170, 200, 20, 10}};
-  Outcome outcome = runWith({"doc.pdf", "1"});
-  ASSERT_FALSE(outcome.failure);
-  const Json& lines = outcome.result["lines"];
+  Json result = runWith({"doc.pdf", "1"});
+  const Json& lines = result["lines"];
   ASSERT_EQ(lines.size(), 2u);
   EXPECT_EQ(lines[0]["text"], "Hi");
   EXPECT_DOUBLE_EQ(lines[0]["x"].get<double>(), 0);

@@ -49,10 +49,10 @@ class FakeDocument final : public Document {
     EXPECT_EQ(y, 16);
   }
   void endPage() override { calls_.events.push_back("end"); }
-  bool finish() override {
+  void finish() override {
     calls_.events.push_back("finish");
     std::ofstream(calls_.path) << std::string(1234, 'x');
-    return finishes_;
+    if (!finishes_) throw Error("cannot write " + calls_.path);
   }
 
  private:
@@ -65,24 +65,34 @@ class FakeDocument final : public Document {
 
 class FakeTypesetter final : public Typesetter {
  public:
-  Opened::Status status = Opened::Status::opened;
+  std::optional<std::string> openFailure;  // the Error open() throws, if any
   std::vector<std::size_t> plan;
   bool finishes = true;
   Calls calls;
 
-  Opened open(const std::string& path, double width, double height, const Info& info,
-              const Attributed& text) override {
+  std::unique_ptr<Document> open(const std::string& path, double width, double height,
+                                 const Info& info, const Attributed& text) override {
     calls.path = path;
     calls.width = width;
     calls.height = height;
     calls.info = info;
     calls.text = text;
-    if (status != Opened::Status::opened) return {status, nullptr};
+    if (openFailure) throw Error(*openFailure);
     std::size_t length = 0;
     for (const Run& run : text) length += run.text.size();
-    return {status, std::make_unique<FakeDocument>(calls, plan, finishes, length)};
+    return std::make_unique<FakeDocument>(calls, plan, finishes, length);
   }
 };
+
+// The message of the Error that write() throws.
+std::string failureOf(const std::string& path, const Request& request, Typesetter& typesetter) {
+  try {
+    write(path, request, typesetter);
+  } catch (const Error& error) {
+    return error.message();
+  }
+  return "(no failure)";
+}
 
 std::string scratchPath(const std::string& name) {
   return (std::filesystem::temp_directory_path() /
@@ -94,9 +104,8 @@ TEST(TextPdfWrite, EmptyLinesGiveOnePageWithTheTitle) {
   FakeTypesetter typesetter;
   typesetter.plan = {100};
   std::string path = scratchPath("empty.pdf");
-  Outcome outcome = write(path, {"Title", "Sub", {}}, typesetter);
-  ASSERT_FALSE(outcome.failure);
-  EXPECT_EQ(outcome.summary["pages"], 1);
+  Json summary = write(path, {"Title", "Sub", {}}, typesetter);
+  EXPECT_EQ(summary["pages"], 1);
   EXPECT_EQ(typesetter.calls.events,
             (std::vector<std::string>{"begin", "fill", "footer", "end", "finish"}));
   ASSERT_EQ(typesetter.calls.text.size(), 2u);
@@ -112,12 +121,11 @@ TEST(TextPdfWrite, PagesAdvanceThePositionAndNumberTheFooters) {
   // "T\n" + 3 x "0123456789\n" = 35 bytes, placed 10, 10, 10, 5.
   typesetter.plan = {10, 10, 10, 10};
   std::string path = scratchPath("pages.pdf");
-  Outcome outcome =
+  Json summary =
       write(path, {"T", std::nullopt, {{{}, "0123456789"}, {{}, "0123456789"}, {{}, "0123456789"}}},
             typesetter);
-  ASSERT_FALSE(outcome.failure);
-  EXPECT_EQ(outcome.summary["type"], "done");
-  EXPECT_EQ(outcome.summary["pages"], 4);
+  EXPECT_EQ(summary["type"], "done");
+  EXPECT_EQ(summary["pages"], 4);
   EXPECT_EQ(typesetter.calls.positions, (std::vector<std::size_t>{0, 10, 20, 30}));
   EXPECT_EQ(typesetter.calls.footers,
             (std::vector<std::string>{"Tallowbrook \xC2\xB7 1", "Tallowbrook \xC2\xB7 2",
@@ -129,9 +137,8 @@ TEST(TextPdfWrite, APageShowingNothingEndsTheLoopUncounted) {
   FakeTypesetter typesetter;
   typesetter.plan = {5, 0, 7};
   std::string path = scratchPath("stop.pdf");
-  Outcome outcome = write(path, {"Title", std::nullopt, {{"L", "a long text"}}}, typesetter);
-  ASSERT_FALSE(outcome.failure);
-  EXPECT_EQ(outcome.summary["pages"], 1);
+  Json summary = write(path, {"Title", std::nullopt, {{"L", "a long text"}}}, typesetter);
+  EXPECT_EQ(summary["pages"], 1);
   // The second page was begun, drawn with footer 2 and ended, then the loop stopped.
   EXPECT_EQ(typesetter.calls.footers.size(), 2u);
   EXPECT_EQ(typesetter.calls.positions, (std::vector<std::size_t>{0, 5}));
@@ -143,9 +150,8 @@ TEST(TextPdfWrite, NothingFitsAtAllStillReportsOnePage) {
   FakeTypesetter typesetter;
   typesetter.plan = {0};
   std::string path = scratchPath("nothing.pdf");
-  Outcome outcome = write(path, {"Title", std::nullopt, {}}, typesetter);
-  ASSERT_FALSE(outcome.failure);
-  EXPECT_EQ(outcome.summary["pages"], 1);
+  Json summary = write(path, {"Title", std::nullopt, {}}, typesetter);
+  EXPECT_EQ(summary["pages"], 1);
   EXPECT_EQ(typesetter.calls.footers.size(), 1u);
   std::filesystem::remove(path);
 }
@@ -154,20 +160,21 @@ TEST(TextPdfWrite, BytesIsTheWrittenFilesSize) {
   FakeTypesetter typesetter;
   typesetter.plan = {100};
   std::string path = scratchPath("bytes.pdf");
-  Outcome outcome = write(path, {"Title", std::nullopt, {}}, typesetter);
-  ASSERT_FALSE(outcome.failure);
-  EXPECT_EQ(outcome.summary["bytes"], 1234);
+  Json summary = write(path, {"Title", std::nullopt, {}}, typesetter);
+  EXPECT_EQ(summary["bytes"], 1234);
   std::filesystem::remove(path);
 }
 
 TEST(TextPdfWrite, OpenFailuresHaveTheirMessages) {
   FakeTypesetter typesetter;
-  typesetter.status = Opened::Status::cannotWrite;
-  EXPECT_EQ(write("/x/out.pdf", {"T", std::nullopt, {}}, typesetter).failure,
+  typesetter.openFailure = "cannot write /x/out.pdf";
+  EXPECT_EQ(failureOf("/x/out.pdf", {"T", std::nullopt, {}}, typesetter),
             "cannot write /x/out.pdf");
-  typesetter.status = Opened::Status::noContext;
-  EXPECT_EQ(write("/x/out.pdf", {"T", std::nullopt, {}}, typesetter).failure,
+  typesetter.openFailure = std::string(kNoContext);
+  EXPECT_EQ(failureOf("/x/out.pdf", {"T", std::nullopt, {}}, typesetter),
             "cannot create a PDF context");
+  // Nothing was drawn or finished after the failed open.
+  EXPECT_TRUE(typesetter.calls.events.empty());
 }
 
 TEST(TextPdfWrite, AFailedFinishRemovesTheIncompleteFile) {
@@ -175,8 +182,7 @@ TEST(TextPdfWrite, AFailedFinishRemovesTheIncompleteFile) {
   typesetter.plan = {100};
   typesetter.finishes = false;
   std::string path = scratchPath("full.pdf");
-  Outcome outcome = write(path, {"T", std::nullopt, {}}, typesetter);
-  EXPECT_EQ(outcome.failure, "cannot write " + path);
+  EXPECT_EQ(failureOf(path, {"T", std::nullopt, {}}, typesetter), "cannot write " + path);
   EXPECT_FALSE(std::filesystem::exists(path));
 }
 

@@ -47,9 +47,9 @@ cairo_status_t writeToFile(void* closure, const unsigned char* data, unsigned in
 
 class PangoDocument final : public Document {
  public:
-  PangoDocument(std::FILE* file, cairo_surface_t* surface, double pageHeight,
-                const Attributed& text)
-      : file_(file), surface_(surface), pageHeight_(pageHeight), text_(text) {
+  PangoDocument(const std::string& path, std::FILE* file, cairo_surface_t* surface,
+                double pageHeight, const Attributed& text)
+      : path_(path), file_(file), surface_(surface), pageHeight_(pageHeight), text_(text) {
     cairo_ = cairo_create(surface_);
     context_ = makeContext(cairo_, false);
     aheadContext_ = makeContext(cairo_, true);
@@ -60,7 +60,7 @@ class PangoDocument final : public Document {
   }
 
   ~PangoDocument() override {
-    if (file_) finish();
+    if (file_) close();
     stopAhead();
     writer_.reset();
     if (lineLayout_) g_object_unref(lineLayout_);
@@ -135,7 +135,17 @@ class PangoDocument final : public Document {
     page_ = {};
   }
 
-  bool finish() override {
+  void finish() override {
+    if (!close()) throw Error("cannot write " + path_);
+  }
+
+ private:
+  // How many paragraphs the layout thread may run ahead of the one being placed.
+  static constexpr std::size_t kAhead = 64;
+
+  // Writes the rest of the file and closes it; false when writing failed at any point or the
+  // file was closed before.
+  bool close() {
     if (!file_) return false;
     stopAhead();
     writer_->finish();
@@ -148,10 +158,6 @@ class PangoDocument final : public Document {
     file_ = nullptr;
     return good;
   }
-
- private:
-  // How many paragraphs the layout thread may run ahead of the one being placed.
-  static constexpr std::size_t kAhead = 64;
 
   std::string_view paragraphText(const Paragraph& paragraph) const {
     return std::string_view(text_[paragraph.run].text).substr(paragraph.inRun, paragraph.length);
@@ -288,6 +294,7 @@ class PangoDocument final : public Document {
   }
 
  private:
+  std::string path_;  // the output file, for the failure
   std::FILE* file_;
   cairo_surface_t* surface_;
   double pageHeight_;
@@ -319,21 +326,20 @@ class PangoDocument final : public Document {
 
 class PangoTypesetter final : public Typesetter {
  public:
-  Opened open(const std::string& path, double pageWidth, double pageHeight, const Info& info,
-              const Attributed& text) override {
+  std::unique_ptr<Document> open(const std::string& path, double pageWidth, double pageHeight,
+                                 const Info& info, const Attributed& text) override {
     std::FILE* file = std::fopen(path.c_str(), "wb");
-    if (!file) return {Opened::Status::cannotWrite, nullptr};
+    if (!file) throw Error("cannot write " + path);
     cairo_surface_t* surface =
         cairo_pdf_surface_create_for_stream(writeToFile, file, pageWidth, pageHeight);
     if (cairo_surface_status(surface) != CAIRO_STATUS_SUCCESS) {
       cairo_surface_destroy(surface);
       std::fclose(file);
-      return {Opened::Status::noContext, nullptr};
+      throw Error(std::string(kNoContext));
     }
     cairo_pdf_surface_set_metadata(surface, CAIRO_PDF_METADATA_TITLE, info.title.c_str());
     cairo_pdf_surface_set_metadata(surface, CAIRO_PDF_METADATA_CREATOR, info.creator.c_str());
-    return {Opened::Status::opened,
-            std::make_unique<PangoDocument>(file, surface, pageHeight, text)};
+    return std::make_unique<PangoDocument>(path, file, surface, pageHeight, text);
   }
 };
 

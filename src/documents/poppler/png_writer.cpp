@@ -29,6 +29,10 @@ bool allGrey(const Bitmap& bitmap) {
   return true;
 }
 
+[[noreturn]] void failed(const std::string& path) {
+  throw DocumentError(DocumentError::Kind::writeFailed, "writing " + path + " failed");
+}
+
 struct FileCloser {
   void operator()(FILE* file) const { fclose(file); }
 };
@@ -38,11 +42,13 @@ struct ContextFreer {
 
 }  // namespace
 
-WriteResult writePng(const Bitmap& bitmap, const std::string& path) {
+void writePng(const Bitmap& bitmap, const std::string& path) {
   std::unique_ptr<FILE, FileCloser> file(fopen(path.c_str(), "wb"));
-  if (!file) return WriteResult::cannotCreate;
+  if (!file) {
+    throw DocumentError(DocumentError::Kind::cannotCreate, "could not write to " + path);
+  }
   std::unique_ptr<spng_ctx, ContextFreer> context(spng_ctx_new(SPNG_CTX_ENCODER));
-  if (!context) return WriteResult::failed;
+  if (!context) failed(path);
 
   bool grey = allGrey(bitmap);
   spng_ihdr header{};
@@ -56,7 +62,7 @@ WriteResult writePng(const Bitmap& bitmap, const std::string& path) {
       spng_set_option(ctx, SPNG_FILTER_CHOICE, kFilterChoice) ||
       spng_encode_image(ctx, nullptr, 0, SPNG_FMT_PNG,
                         SPNG_ENCODE_PROGRESSIVE | SPNG_ENCODE_FINALIZE)) {
-    return WriteResult::failed;
+    failed(path);
   }
 
   std::vector<uint8_t> greyRow(grey ? size_t(bitmap.width) : 0);
@@ -70,13 +76,12 @@ WriteResult writePng(const Bitmap& bitmap, const std::string& path) {
       status = spng_encode_row(ctx, pixels, size_t(bitmap.width) * 3);
     }
     if (status == SPNG_EOI) break;
-    if (status != 0) return WriteResult::failed;
+    if (status != 0) failed(path);
   }
   context.reset();
   FILE* raw = file.release();
   bool flushed = fflush(raw) == 0 && !ferror(raw);
-  if (fclose(raw) != 0 || !flushed) return WriteResult::failed;
-  return WriteResult::written;
+  if (fclose(raw) != 0 || !flushed) failed(path);
 }
 
 }  // namespace tallowbrook::Pdf

@@ -17,8 +17,9 @@ struct Bitmap {
 };
 
 // Writes `bitmap` to `path` as an 8-bit PNG: greyscale when every pixel is grey, RGB otherwise;
-// fast zlib settings with a cheap row filter. cannotCreate when the file cannot be created,
-// failed when encoding or writing fails part way (the partial file is left as it is).
-WriteResult writePng(const Bitmap& bitmap, const std::string& path);
+// fast zlib settings with a cheap row filter. Throws DocumentError cannotCreate when the file
+// cannot be created, writeFailed when encoding or writing fails part way (the partial file is
+// left as it is).
+void writePng(const Bitmap& bitmap, const std::string& path);
 
 }  // namespace tallowbrook::Pdf

@@ -121,23 +121,29 @@ class PopplerPdf final : public Document {
 
   int pageCount() const override { return std::max(0, document_->pages()); }
 
-  bool loadPage(int number) override {
+  void loadPage(int number) override {
     SilencedStderr quiet;
     page_.reset(document_->create_page(number - 1));
-    if (!page_) return false;
+    if (!page_) {
+      throw DocumentError(DocumentError::Kind::pageNotLoaded,
+                          "page " + std::to_string(number) + " would not load");
+    }
     poppler::rectf box = page_->page_rect(poppler::crop_box);
     crop_ = Rect{box.x(), box.y(), box.width(), box.height()};
     rotation_ = rotationOf(*page_);
-    return true;
   }
 
   Rect cropBox() const override { return crop_; }
 
-  DrawResult draw(const Rect& crop, int width, int height) override {
+  void draw(const Rect& crop, int width, int height) override {
     // Poppler ends the process when it cannot allocate its bitmap (and the copy handed back):
     // make sure the address space is there first.
     void* volatile room = std::malloc(size_t(width) * size_t(height) * 3 * 2);
-    if (!room) return DrawResult::noContext;
+    if (!room) {
+      throw DocumentError(DocumentError::Kind::noContext, "could not allocate a " +
+                                                              std::to_string(width) + "x" +
+                                                              std::to_string(height) + " context");
+    }
     std::free(room);
     SilencedStderr quiet;
     poppler::page_renderer renderer;
@@ -152,16 +158,17 @@ class PopplerPdf final : public Document {
                                   72.0 * height / crop.height, 0, 0, width, height, unturn);
     if (!image_.is_valid() || image_.width() != width || image_.height() != height) {
       image_ = poppler::image();
-      return DrawResult::noImage;
+      throw DocumentError(DocumentError::Kind::noImage, "the page drew but produced no image");
     }
-    return DrawResult::drawn;
   }
 
-  WriteResult writePng(const std::string& path) override {
-    if (!image_.is_valid()) return WriteResult::failed;
+  void writePng(const std::string& path) override {
+    if (!image_.is_valid()) {
+      throw DocumentError(DocumentError::Kind::writeFailed, "writing " + path + " failed");
+    }
     Bitmap bitmap{reinterpret_cast<const uint8_t*>(image_.const_data()), image_.width(),
                   image_.height(), image_.bytes_per_row()};
-    return Pdf::writePng(bitmap, path);
+    Pdf::writePng(bitmap, path);
   }
 
   PageText text() override {
@@ -181,13 +188,16 @@ class PopplerPdf final : public Document {
 class PopplerLibrary final : public Library {
  public:
   std::unique_ptr<Document> open(const std::string& path) override {
+    auto cannotOpen = [&] {
+      return DocumentError(DocumentError::Kind::cannotOpen, "could not open " + path + " as a PDF");
+    };
     auto file = std::make_unique<MappedFile>(path);
-    if (!file->data()) return nullptr;
+    if (!file->data()) throw cannotOpen();
     SilencedStderr quiet;
     std::unique_ptr<poppler::document> document(
         poppler::document::load_from_raw_data(file->data(), int(file->size())));
     // A document that needs a password stays locked: it cannot be read without one.
-    if (!document || document->is_locked()) return nullptr;
+    if (!document || document->is_locked()) throw cannotOpen();
     return std::make_unique<PopplerPdf>(std::move(file), document.release());
   }
 };
