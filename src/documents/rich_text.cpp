@@ -1,4 +1,5 @@
 #include "documents/rich_text.h"
+#include "base/error.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -62,27 +63,26 @@ const FileReader& diskFiles() {
   return files;
 }
 
-Outcome convert(std::string_view bytes) {
-  Outcome outcome;
-  if (!rtf::looksLikeRtf(bytes)) {
-    outcome.failure = "that file is not RTF this Mac can read";
-    return outcome;
-  }
-  outcome.lines = rtf::splitLines(rtf::readText(bytes));
-  return outcome;
+std::vector<std::string> convert(std::string_view bytes) {
+  if (!rtf::looksLikeRtf(bytes)) throw Error("that file is not RTF this Mac can read");
+  return rtf::splitLines(rtf::readText(bytes));
 }
 
-Outcome prepare(const std::vector<std::string>& args, const FileReader& files) {
-  if (args.empty()) return {"usage: rtf-text <path>", {}};
+std::vector<std::string> prepare(const std::vector<std::string>& args, const FileReader& files) {
+  if (args.empty()) throw Error("usage: rtf-text <path>");
   std::optional<std::string> bytes = files.read(args.front());
-  if (!bytes) return {"could not read " + args.front(), {}};
+  if (!bytes) throw Error("could not read " + args.front());
   return convert(*bytes);
 }
 
 void run(const std::vector<std::string>& args, const FileReader& files) {
-  const Outcome outcome = prepare(args, files);
-  if (outcome.failure) fail(*outcome.failure);
-  for (const std::string& line : outcome.lines) {
+  std::vector<std::string> lines;
+  try {
+    lines = prepare(args, files);
+  } catch (const Error& error) {
+    fail(error.message());
+  }
+  for (const std::string& line : lines) {
     writeJsonLine(Json{{"type", "line"}, {"text", line}});
   }
   writeJsonLine(Json{{"type", "done"}});

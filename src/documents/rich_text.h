@@ -34,21 +34,14 @@ std::unique_ptr<FileReader> makeDiskFiles(size_t limit);
 // The one the command uses, with kMaxRtfBytes.
 const FileReader& diskFiles();
 
-// What a run prints: the failure message, or the lines (each non-empty, trimmed).
-struct Outcome {
-  std::optional<std::string> failure;
-  std::vector<std::string> lines;
-};
+// The lines of RTF `bytes` (each non-empty, trimmed); throws Error "that file is not RTF this
+// Mac can read" when they do not begin like RTF. Pure.
+std::vector<std::string> convert(std::string_view bytes);
 
-// The lines of RTF `bytes`, or the failure "that file is not RTF this Mac can read" when they
-// do not begin like RTF.
-Outcome convert(std::string_view bytes);
-
-// Everything a run decides before printing: "usage: rtf-text <path>" without arguments,
-// "could not read <path>" when the first argument's file cannot be read (or is larger than the
-// reader reads), else convert(). Words
-// after the path are ignored.
-Outcome prepare(const std::vector<std::string>& args, const FileReader& files);
+// Everything a run decides before printing: throws Error "usage: rtf-text <path>" without
+// arguments, "could not read <path>" when the first argument's file cannot be read (or is larger
+// than the reader reads); else convert(). Words after the path are ignored.
+std::vector<std::string> prepare(const std::vector<std::string>& args, const FileReader& files);
 
 // Prints {"type":"line","text":...} for each line and {"type":"done"}, each flushed at once;
 // a failure goes through `fail` (exit status 1) before anything else is printed.

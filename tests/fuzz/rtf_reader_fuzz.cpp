@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/error.h"
 #include "documents/rich_text.h"
 #include "documents/rtf_lines.h"
 #include "documents/rtf_reader.h"
@@ -52,9 +53,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzz::check(nextChar(text, pos, c));
   }
 
-  const tallowbrook::RichText::Outcome outcome = tallowbrook::RichText::convert(bytes);
-  fuzz::check(outcome.failure.has_value() != tallowbrook::rtf::looksLikeRtf(bytes));
-  for (const std::string& line : outcome.lines) {
+  std::vector<std::string> lines;
+  bool refused = false;
+  try {
+    lines = tallowbrook::RichText::convert(bytes);
+  } catch (const tallowbrook::Error& error) {
+    refused = error.message() == "that file is not RTF this Mac can read";
+    fuzz::check(refused);
+  }
+  fuzz::check(refused != tallowbrook::rtf::looksLikeRtf(bytes));
+  for (const std::string& line : lines) {
     fuzz::check(!line.empty());
     std::vector<char32_t> chars;
     for (size_t pos = 0; pos < line.size();) {

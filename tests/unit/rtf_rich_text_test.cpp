@@ -1,3 +1,4 @@
+#include "base/error.h"
 #include "documents/rich_text.h"
 
 #include <gtest/gtest.h>
@@ -25,46 +26,54 @@ class FakeFiles : public FileReader {
 
 using Lines = std::vector<std::string>;
 
+// The message `body` fails with, or "(no failure)" when it returns.
+template <typename Body>
+std::string failureOf(Body body) {
+  try {
+    body();
+  } catch (const Error& error) {
+    return error.message();
+  }
+  return "(no failure)";
+}
+
 TEST(RichText, NoPathIsAUsageFailure) {
   FakeFiles files;
-  Outcome outcome = prepare({}, files);
-  EXPECT_EQ(outcome.failure, "usage: rtf-text <path>");
+  EXPECT_EQ(failureOf([&] { prepare({}, files); }), "usage: rtf-text <path>");
 }
 
 TEST(RichText, UnreadableFile) {
   FakeFiles files;
-  EXPECT_EQ(prepare({"/no/such.rtf"}, files).failure, "could not read /no/such.rtf");
+  EXPECT_EQ(failureOf([&] { prepare({"/no/such.rtf"}, files); }), "could not read /no/such.rtf");
 }
 
 TEST(RichText, NotRtf) {
   FakeFiles files;
   files.files["plain.txt"] = "just text";
   files.files["empty.rtf"] = "";
-  EXPECT_EQ(prepare({"plain.txt"}, files).failure, "that file is not RTF this Mac can read");
-  EXPECT_EQ(prepare({"empty.rtf"}, files).failure, "that file is not RTF this Mac can read");
+  EXPECT_EQ(failureOf([&] { prepare({"plain.txt"}, files); }),
+            "that file is not RTF this Mac can read");
+  EXPECT_EQ(failureOf([&] { prepare({"empty.rtf"}, files); }),
+            "that file is not RTF this Mac can read");
 }
 
 TEST(RichText, FurtherArgumentsAreIgnored) {
   FakeFiles files;
   files.files["a.rtf"] = "{\\rtf1 A}";
-  Outcome outcome = prepare({"a.rtf", "b.rtf", "--flag"}, files);
-  EXPECT_FALSE(outcome.failure);
-  EXPECT_EQ(outcome.lines, Lines{"A"});
+  EXPECT_EQ(prepare({"a.rtf", "b.rtf", "--flag"}, files), Lines{"A"});
 }
 
 TEST(RichText, NoVisibleTextGivesNoLines) {
-  Outcome outcome = convert("{\\rtf1{\\fonttbl{\\f0 Times;}}{\\info{\\title T}}\\par\\par }");
-  EXPECT_FALSE(outcome.failure);
-  EXPECT_EQ(outcome.lines, Lines{});
+  EXPECT_EQ(convert("{\\rtf1{\\fonttbl{\\f0 Times;}}{\\info{\\title T}}\\par\\par }"), Lines{});
 }
 
 TEST(RichText, BlankLinesAndLinesOfSpacesGiveNothing) {
-  EXPECT_EQ(convert("{\\rtf1 one\\par\\par   \\par\\tab\\par two\\line\\line three}").lines,
+  EXPECT_EQ(convert("{\\rtf1 one\\par\\par   \\par\\tab\\par two\\line\\line three}"),
             (Lines{"one", "two", "three"}));
 }
 
 TEST(RichText, IndentationIsRemovedAndInnerSpacingKept) {
-  EXPECT_EQ(convert("{\\rtf1 \\tab   indented  text\\tab \\par\\~\\~x}").lines,
+  EXPECT_EQ(convert("{\\rtf1 \\tab   indented  text\\tab \\par\\~\\~x}"),
             (Lines{"indented  text", "x"}));
 }
 
@@ -116,12 +125,13 @@ TEST(RichText, DiskFilesStopAtAnOpeningThatIsNotRtf) {
   ASSERT_TRUE(bytes);
   EXPECT_LE(bytes->size(), size_t(65536));
   EXPECT_GE(bytes->size(), kRtfOpeningBytes);
-  EXPECT_EQ(convert(*bytes).failure, "that file is not RTF this Mac can read");
+  EXPECT_EQ(failureOf([&] { convert(*bytes); }), "that file is not RTF this Mac can read");
   // A device that never ends.
   auto zeros = diskFiles().read("/dev/zero");
   ASSERT_TRUE(zeros);
   EXPECT_LE(zeros->size(), size_t(65536));
-  EXPECT_EQ(prepare({"/dev/zero"}, diskFiles()).failure, "that file is not RTF this Mac can read");
+  EXPECT_EQ(failureOf([&] { prepare({"/dev/zero"}, diskFiles()); }),
+            "that file is not RTF this Mac can read");
 }
 
 TEST(RichText, DiskFilesReadRtfWholeUpToTheLimit) {
@@ -131,7 +141,8 @@ TEST(RichText, DiskFilesReadRtfWholeUpToTheLimit) {
   EXPECT_EQ(diskFiles().read(file.path()), document);
   // One byte more than the reader takes: the file cannot be read.
   EXPECT_FALSE(makeDiskFiles(document.size() - 1)->read(file.path()));
-  EXPECT_EQ(prepare({file.path()}, *makeDiskFiles(1000)).failure, "could not read " + file.path());
+  EXPECT_EQ(failureOf([&] { prepare({file.path()}, *makeDiskFiles(1000)); }),
+            "could not read " + file.path());
   // Short files are checked whole.
   TempFile tiny("{\\rtf1}");
   EXPECT_EQ(diskFiles().read(tiny.path()), "{\\rtf1}");
