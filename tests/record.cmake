@@ -10,6 +10,7 @@ add_executable(unit-record-tests
   unit/record_mic_source_test.cpp
   unit/record_microphone_route_test.cpp
   unit/record_session_test.cpp
+  unit/rate_follower_test.cpp
   unit/record_system_audio_test.cpp
   unit/soxr_conversion_test.cpp
   unit/to_target_test.cpp

@@ -16,6 +16,12 @@ namespace tallowbrook {
 namespace {
 
 constexpr int64_t kSampleRate = 48000;
+// The mix starts once each queue holds this much audio (40 ms), so that the sources'
+// delivery granularity and scheduling jitter never leave a queue short; it keeps that level.
+constexpr int64_t kMixCushion = kSampleRate / 25;
+// A source that has delivered less than the cushion this long after the timers began is late:
+// the mix starts without waiting for it, and pads it with silence until it comes.
+constexpr uint64_t kMixStartWaitNanos = 500'000'000;
 
 void printEvent(const Json& event) {
   writeJsonLine(event);
@@ -164,7 +170,22 @@ void RecordSession::sinkSamples(Samples samples, bool fromMic) {
   }
   if (paused) return;
   if (mixer_) {
-    mixer_->push(samples, fromMic ? MixerQueue::mic : MixerQueue::system);
+    const MixerQueue queue = fromMic ? MixerQueue::mic : MixerQueue::system;
+    const Samples followed = followers_[fromMic ? 0 : 1].process(samples);
+    int64_t prime = 0;
+    {
+      std::lock_guard<std::mutex> held(lock_);
+      bool& starved = starved_[fromMic ? 0 : 1];
+      if (starved) {
+        // A source that ran dry starts again with the cushion in front of it, so that it does
+        // not live at the edge of its queue and get padded a few samples at every tick.
+        starved = false;
+        const uint64_t sinceTick = clock_.nowNanos() - mixLastTick_;
+        prime = mixTarget_ + int64_t(double(sinceTick) / 1e9 * double(kSampleRate));
+      }
+    }
+    mixer_->prime(queue, prime);
+    mixer_->push(followed, queue);
     return;
   }
   meter_.add(samples);
@@ -185,19 +206,13 @@ void RecordSession::warning(const std::string& message, std::optional<int64_t> s
 
 void RecordSession::startTimers() {
   if (!timing_.runTimers) {
-    if (mixer_) mixer_->reset();
-    std::lock_guard<std::mutex> held(lock_);
-    mixLastTick_ = clock_.nowNanos();
+    if (mixer_) resetMix();
     return;
   }
   std::weak_ptr<RecordSession> weak = weak_from_this();
   // The mix counts time from just before the timers' common start, so the mix tick due with
   // the 50th level tick has written at least 5 s of frames when that tick rewrites the header.
-  if (mixer_) {
-    mixer_->reset();
-    std::lock_guard<std::mutex> held(lock_);
-    mixLastTick_ = clock_.nowNanos();
-  }
+  if (mixer_) resetMix();
   const auto start = std::chrono::steady_clock::now();  // both timers count from here
   levelTimer_ = timerQueue_.addTimer(
       std::chrono::milliseconds(100),
@@ -247,9 +262,43 @@ void RecordSession::tick() {
   }
 }
 
+void RecordSession::resetMix() {
+  mixer_->reset();
+  for (RateFollower& follower : followers_) follower.reset();
+  std::lock_guard<std::mutex> held(lock_);
+  mixLastTick_ = clock_.nowNanos();
+  mixTimersStarted_ = mixLastTick_;
+  mixRunning_ = false;
+  mixTarget_ = 0;
+  starved_[0] = starved_[1] = false;
+}
+
+bool RecordSession::startMixWhenReady(uint64_t now) {
+  if (!mixer_) return false;
+  const auto [mic, system] = mixer_->queued();
+  const bool ready = std::min(mic, system) >= kMixCushion;
+  std::lock_guard<std::mutex> held(lock_);
+  if (mixRunning_) return true;
+  mixLastTick_ = now;
+  mixCarry_ = 0;
+  if (!ready && now - mixTimersStarted_ < kMixStartWaitNanos) return false;
+  // Both sources start together, each with the cushion and no more: the oldest of what they
+  // delivered before the start is dropped; a late source is padded from here on (and primed
+  // when it comes).
+  mixTarget_ = kMixCushion;
+  mixer_->trimTo(mixTarget_);
+  starved_[0] = mic == 0;
+  starved_[1] = system == 0;
+  mixRunning_ = true;
+  return false;  // counts from now
+}
+
 void RecordSession::mixTick() {
   const uint64_t now = clock_.nowNanos();
+  if (!startMixWhenReady(now)) return;
   int64_t frames;
+  double seconds;
+  int64_t target;
   {
     std::lock_guard<std::mutex> held(lock_);
     const uint64_t elapsed = now - mixLastTick_;
@@ -262,11 +311,31 @@ void RecordSession::mixTick() {
     if (!std::isfinite(exact) || exact >= 9.2e18 || exact <= -9.2e18) std::abort();
     frames = int64_t(exact);
     mixCarry_ = exact - double(frames);
+    seconds = double(elapsed) / 1e9;
+    target = mixTarget_;
   }
   if (frames >= 1 && mixer_) {
-    const Samples block = mixer_->drain(frames);
+    DrainReport report;
+    const Samples block = mixer_->drain(frames, report);
     meter_.add(block);
     writer_->append(block);
+    const bool dry[2] = {report.micShort, report.systemShort};
+    const int64_t queued[2] = {report.micQueued, report.systemQueued};
+    bool starved[2];
+    {
+      std::lock_guard<std::mutex> held(lock_);
+      for (int k = 0; k < 2; ++k) {
+        if (dry[k]) starved_[k] = true;
+        starved[k] = starved_[k];
+      }
+    }
+    for (int k = 0; k < 2; ++k) {
+      if (starved[k]) {
+        followers_[k].reset();  // its delivery stopped: what it learnt of its clock is stale
+      } else {
+        followers_[k].steer(queued[k], target, seconds);
+      }
+    }
     if (mixer_->takeDropped()) {
       printEvent(Json{{"type", "record-warning"},
                       {"message",

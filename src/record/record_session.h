@@ -13,6 +13,7 @@
 #include "record/meter.h"
 #include "record/mic_source.h"
 #include "record/mixer.h"
+#include "record/rate_follower.h"
 #include "record/record_input.h"
 #include "record/record_platform.h"
 #include "record/serial_queue.h"
@@ -39,8 +40,9 @@ struct SessionTiming {
 // "record-resumed", "record-warning", "record-stopped").
 //
 // Always held through std::shared_ptr (`create`); the callbacks handed to the sources and the
-// timers hold it weakly. `lock_` guards paused_, finished_, mixCarry_, mixLastTick_ and
-// completed_; no session lock is held while another lock is taken or an event printed.
+// timers hold it weakly. `lock_` guards paused_, finished_, mixCarry_, mixLastTick_,
+// completed_ and the mix's start state (mixRunning_, mixTarget_, starved_); no session lock is held
+// while another lock is taken or an event printed.
 class RecordSession : public std::enable_shared_from_this<RecordSession> {
  public:
   using Timing = SessionTiming;
@@ -89,6 +91,12 @@ class RecordSession : public std::enable_shared_from_this<RecordSession> {
   void sinkSamples(Samples samples, bool fromMic);
   void warning(const std::string& message, std::optional<int64_t> silenceMs);
   void startTimers();
+  // Empties the mixer and forgets the followers and the mix's start (timer queue, or the
+  // starting thread before the timers run).
+  void resetMix();
+  // Whether the mix writes at this tick: it starts once both queues hold the cushion, or
+  // when a source is late; until then ticks only move the mix's clock. Timer queue.
+  bool startMixWhenReady(uint64_t now);
   int64_t elapsedMs();
 
   RecordPlatform& platform_;
@@ -105,10 +113,16 @@ class RecordSession : public std::enable_shared_from_this<RecordSession> {
   std::unique_ptr<Mixer> mixer_;
   std::optional<SerialQueue::TimerId> levelTimer_;
   std::optional<SerialQueue::TimerId> mixTimer_;
-  double mixCarry_ = 0;                       // guarded by lock_
-  uint64_t mixLastTick_;                      // guarded by lock_
-  int headerFlushCountdown_ = 0;              // timer queue only
-  bool completed_ = false;                    // guarded by lock_
+  double mixCarry_ = 0;   // guarded by lock_
+  uint64_t mixLastTick_;  // guarded by lock_
+  // The mix starts writing once both queues hold a cushion of audio (or a source is late):
+  uint64_t mixTimersStarted_ = 0;     // guarded by lock_: when the timers began
+  bool mixRunning_ = false;           // guarded by lock_: the mix writes from here on
+  int64_t mixTarget_ = 0;             // guarded by lock_: each queue's level to hold after a drain
+  bool starved_[2] = {false, false};  // guarded by lock_: mic, system ran dry since running
+  RateFollower followers_[2];         // mic, system: in step with the mix's clock
+  int headerFlushCountdown_ = 0;      // timer queue only
+  bool completed_ = false;            // guarded by lock_
   std::condition_variable completedChanged_;  // notified under lock_ when completed_ is set
   SerialQueue timerQueue_;
 };

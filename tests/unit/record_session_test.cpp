@@ -216,6 +216,14 @@ TEST_F(SessionTest, WithAMixerAWarningFillsNothing) {
   EXPECT_EQ(ofType(lines, "record-stopped")[0]["frames"], 0);
 }
 
+// Both queues get the 40 ms cushion and the first tick starts the mix (writing nothing).
+void startMix(RecordSession& session, FakeClock& clock) {
+  session.micSink()(Samples(1920, 0));
+  session.systemSink()(Samples(1920, 0));
+  clock.advance(50'000'000);
+  session.mixTick();
+}
+
 TEST_F(SessionTest, MixTicksFollowTheClockAndCarryTheFraction) {
   StdoutCapture capture;
   auto session = make(RecordInput::both);
@@ -224,6 +232,8 @@ TEST_F(SessionTest, MixTicksFollowTheClockAndCarryTheFraction) {
     const auto held = session->writer().hold();
     return session->writer().frames(held);
   };
+  startMix(*session, platform.fakeClock);
+  EXPECT_EQ(frames(), 0);
   platform.fakeClock.advance(50'000'000);
   session->mixTick();
   EXPECT_EQ(frames(), 2400);
@@ -240,19 +250,72 @@ TEST_F(SessionTest, MixTicksFollowTheClockAndCarryTheFraction) {
   session->stop();
 }
 
+TEST_F(SessionTest, TheMixWaitsForTheCushionOfBothSourcesAndStartsThemTogether) {
+  StdoutCapture capture;
+  auto session = make(RecordInput::both);
+  session->start(std::nullopt);
+  auto frames = [&] {
+    const auto held = session->writer().hold();
+    return session->writer().frames(held);
+  };
+  session->micSink()(Samples(3000, 5));  // the microphone began first
+  platform.fakeClock.advance(50'000'000);
+  session->mixTick();
+  EXPECT_EQ(frames(), 0) << "no system audio yet: nothing is padded";
+  session->systemSink()(Samples(1920, 7));
+  platform.fakeClock.advance(50'000'000);
+  session->mixTick();
+  EXPECT_EQ(frames(), 0);
+  EXPECT_EQ(session->mixer()->queued(), (std::pair<int64_t, int64_t>{1920, 1920}))
+      << "the microphone's first 1080 samples came before the start";
+  session->micSink()(Samples(480, 5));
+  session->systemSink()(Samples(480, 7));
+  platform.fakeClock.advance(10'000'000);
+  session->mixTick();
+  EXPECT_EQ(frames(), 480);
+  EXPECT_EQ(session->mixer()->queued(), (std::pair<int64_t, int64_t>{1920, 1920}));
+  session->stop();
+}
+
+TEST_F(SessionTest, ALateSourceIsPaddedAndThenPrimedWithTheCushion) {
+  StdoutCapture capture;
+  auto session = make(RecordInput::both);
+  session->start(std::nullopt);
+  auto frames = [&] {
+    const auto held = session->writer().hold();
+    return session->writer().frames(held);
+  };
+  session->micSink()(Samples(4800, 5));
+  for (int i = 0; i < 10; ++i) {  // 0.5 s without system audio: the mix starts anyway
+    platform.fakeClock.advance(50'000'000);
+    session->mixTick();
+  }
+  EXPECT_EQ(frames(), 0);
+  EXPECT_EQ(session->mixer()->queued(), (std::pair<int64_t, int64_t>{1920, 0}));
+  platform.fakeClock.advance(10'000'000);
+  session->mixTick();
+  EXPECT_EQ(frames(), 480);
+  // System audio arrives: it gets the cushion in front (and what the next tick will take).
+  session->systemSink()(Samples(480, 7));
+  EXPECT_EQ(session->mixer()->queued().second, 1920 + 480);
+  session->stop();
+}
+
 TEST_F(SessionTest, PausedMixTicksDrainNothingAndKeepTheQueues) {
   StdoutCapture capture;
   auto session = make(RecordInput::both);
   session->start(std::nullopt);
-  session->micSink()(Samples(1000, 7));
+  startMix(*session, platform.fakeClock);
   session->pause();
   platform.fakeClock.advance(50'000'000);
   session->mixTick();
-  EXPECT_EQ(session->mixer()->longestQueue(), 1000);
+  EXPECT_EQ(session->mixer()->longestQueue(), 1920);
+  session->micSink()(Samples(1000, 7));  // discarded while paused
+  EXPECT_EQ(session->mixer()->longestQueue(), 1920);
   session->resume();
   platform.fakeClock.advance(10'000'000);  // 480 frames
   session->mixTick();
-  EXPECT_EQ(session->mixer()->longestQueue(), 520);
+  EXPECT_EQ(session->mixer()->longestQueue(), 1440);
   session->stop();
 }
 
@@ -277,6 +340,7 @@ TEST_F(SessionTest, MixerDropGivesOneWarningPerDrain) {
   StdoutCapture capture;
   auto session = make(RecordInput::both);
   session->start(std::nullopt);
+  startMix(*session, platform.fakeClock);
   session->micSink()(Samples(240001, 1));
   platform.fakeClock.advance(50'000'000);
   session->mixTick();
