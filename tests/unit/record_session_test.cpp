@@ -277,6 +277,19 @@ TEST_F(SessionTest, TheMixWaitsForTheCushionOfBothSourcesAndStartsThemTogether) 
   session->stop();
 }
 
+TEST_F(SessionTest, AudioBeyondTheCushionAtTheStartIsWrittenAtOnce) {
+  StdoutCapture capture;
+  auto session = make(RecordInput::both);
+  session->start(std::nullopt);
+  session->micSink()(Samples(3000, 5));
+  session->systemSink()(Samples(3100, 7));
+  platform.fakeClock.advance(50'000'000);
+  session->mixTick();
+  const auto held = session->writer().hold();
+  EXPECT_EQ(session->writer().frames(held), 3000 - 1920) << "nothing of it is lost";
+  EXPECT_EQ(session->mixer()->queued(), (std::pair<int64_t, int64_t>{1920, 1920}));
+}
+
 TEST_F(SessionTest, ALateSourceIsPaddedAndThenPrimedWithTheCushion) {
   StdoutCapture capture;
   auto session = make(RecordInput::both);
