@@ -273,29 +273,39 @@ void RecordSession::resetMix() {
   starved_[0] = starved_[1] = false;
 }
 
-bool RecordSession::startMixWhenReady(uint64_t now) {
-  if (!mixer_) return false;
+std::optional<int64_t> RecordSession::startMixWhenReady(uint64_t now) {
+  if (!mixer_) return std::nullopt;
   const auto [mic, system] = mixer_->queued();
-  const bool ready = std::min(mic, system) >= kMixCushion;
+  const int64_t common = std::min(mic, system);
+  const bool ready = common >= kMixCushion;
   std::lock_guard<std::mutex> held(lock_);
-  if (mixRunning_) return true;
+  if (mixRunning_) return -1;
   mixLastTick_ = now;
   mixCarry_ = 0;
-  if (!ready && now - mixTimersStarted_ < kMixStartWaitNanos) return false;
-  // Both sources start together, each with the cushion and no more: the oldest of what they
-  // delivered before the start is dropped; a late source is padded from here on (and primed
-  // when it comes).
+  if (!ready && now - mixTimersStarted_ < kMixStartWaitNanos) return std::nullopt;
+  // Both sources start together: what one delivered before the other began is dropped, what
+  // both hold beyond the cushion is written at once, and the mix counts from now. A late
+  // source is padded from here on (and primed when it comes).
   mixTarget_ = kMixCushion;
-  mixer_->trimTo(mixTarget_);
+  mixer_->trimTo(ready ? common : kMixCushion);
   starved_[0] = mic == 0;
   starved_[1] = system == 0;
   mixRunning_ = true;
-  return false;  // counts from now
+  return ready ? common - kMixCushion : 0;
 }
 
 void RecordSession::mixTick() {
   const uint64_t now = clock_.nowNanos();
-  if (!startMixWhenReady(now)) return;
+  const std::optional<int64_t> start = startMixWhenReady(now);
+  if (!start) return;
+  if (*start >= 0) {  // just started
+    if (*start > 0) {
+      const Samples block = mixer_->drain(*start);
+      meter_.add(block);
+      writer_->append(block);
+    }
+    return;
+  }
   int64_t frames;
   double seconds;
   int64_t target;

@@ -94,9 +94,11 @@ class RecordSession : public std::enable_shared_from_this<RecordSession> {
   // Empties the mixer and forgets the followers and the mix's start (timer queue, or the
   // starting thread before the timers run).
   void resetMix();
-  // Whether the mix writes at this tick: it starts once both queues hold the cushion, or
-  // when a source is late; until then ticks only move the mix's clock. Timer queue.
-  bool startMixWhenReady(uint64_t now);
+  // Starts the mix once both queues hold the cushion, or when a source is late; until then
+  // ticks only move the mix's clock. Nothing: not started yet; -1: running; otherwise it has
+  // just started and that many frames, the audio beyond the cushion, are to be written at
+  // once. Timer queue.
+  std::optional<int64_t> startMixWhenReady(uint64_t now);
   int64_t elapsedMs();
 
   RecordPlatform& platform_;
