@@ -275,22 +275,27 @@ void RecordSession::resetMix() {
 
 std::optional<int64_t> RecordSession::startMixWhenReady(uint64_t now) {
   if (!mixer_) return std::nullopt;
+  {
+    std::lock_guard<std::mutex> held(lock_);
+    if (mixRunning_) return -1;
+  }
   const auto [mic, system] = mixer_->queued();
   const int64_t common = std::min(mic, system);
   const bool ready = common >= kMixCushion;
-  std::lock_guard<std::mutex> held(lock_);
-  if (mixRunning_) return -1;
-  mixLastTick_ = now;
-  mixCarry_ = 0;
-  if (!ready && now - mixTimersStarted_ < kMixStartWaitNanos) return std::nullopt;
+  {
+    std::lock_guard<std::mutex> held(lock_);
+    mixLastTick_ = now;
+    mixCarry_ = 0;
+    if (!ready && now - mixTimersStarted_ < kMixStartWaitNanos) return std::nullopt;
+    mixTarget_ = kMixCushion;
+    starved_[0] = mic == 0;
+    starved_[1] = system == 0;
+    mixRunning_ = true;
+  }
   // Both sources start together: what one delivered before the other began is dropped, what
   // both hold beyond the cushion is written at once, and the mix counts from now. A late
   // source is padded from here on (and primed when it comes).
-  mixTarget_ = kMixCushion;
   mixer_->trimTo(ready ? common : kMixCushion);
-  starved_[0] = mic == 0;
-  starved_[1] = system == 0;
-  mixRunning_ = true;
   return ready ? common - kMixCushion : 0;
 }
 
