@@ -56,14 +56,21 @@ if(TALLOWBROOK_SANITIZE MATCHES "thread")
   set(RECORD_SANITIZER_ENVIRONMENT ENVIRONMENT
       "TSAN_OPTIONS=suppressions=${CMAKE_CURRENT_SOURCE_DIR}/record-tsan.supp")
 endif()
-gtest_discover_tests(record-cli-tests TEST_PREFIX "record.cli." DISCOVERY_TIMEOUT 60
-  PROPERTIES TIMEOUT 120 ${RECORD_SANITIZER_ENVIRONMENT})
+# The glitch tests measure the audio's timing against the sound server's; ThreadSanitizer's
+# slowdown makes the helper itself fall behind, so they run in the plain builds only (the other
+# CLI tests drive the same threads under it).
+set(RECORD_CLI_FILTER "*")
 set(RECORD_PIPEWIRE_ENVIRONMENT "TALLOWBROOK_TEST_SOUND_SERVER=pipewire")
 if(TALLOWBROOK_SANITIZE MATCHES "thread")
+  set(RECORD_CLI_FILTER "-RecordGlitches.*")
   string(APPEND RECORD_PIPEWIRE_ENVIRONMENT
          "\\;TSAN_OPTIONS=suppressions=${CMAKE_CURRENT_SOURCE_DIR}/record-tsan.supp")
 endif()
+gtest_discover_tests(record-cli-tests TEST_PREFIX "record.cli." DISCOVERY_TIMEOUT 60
+  TEST_FILTER "${RECORD_CLI_FILTER}"
+  PROPERTIES TIMEOUT 120 ${RECORD_SANITIZER_ENVIRONMENT})
 gtest_discover_tests(record-cli-tests TEST_PREFIX "record.cli.pipewire." DISCOVERY_TIMEOUT 60
+  TEST_FILTER "${RECORD_CLI_FILTER}"
   PROPERTIES TIMEOUT 120 ENVIRONMENT "${RECORD_PIPEWIRE_ENVIRONMENT}")
 
 # Fuzzer (scripts/fuzz): the control lines of record start, read and parsed.

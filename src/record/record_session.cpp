@@ -22,6 +22,10 @@ constexpr int64_t kMixCushion = kSampleRate / 25;
 // A source that has delivered less than the cushion this long after the timers began is late:
 // the mix starts without waiting for it, and pads it with silence until it comes.
 constexpr uint64_t kMixStartWaitNanos = 500'000'000;
+// A tick that finds a queue short waits for it rather than padding at once: the sources'
+// delivery threads may have been held up (a busy machine) while their audio waits in the
+// sound server. Only a source more than this far behind the clock (200 ms) is padded.
+constexpr int64_t kMixMaxLag = kSampleRate / 5;
 
 void printEvent(const Json& event) {
   writeJsonLine(event);
@@ -320,18 +324,28 @@ void RecordSession::mixTick() {
     mixLastTick_ = now;
     if (paused_) {
       mixCarry_ = 0;
+      mixOwed_ = 0;
       return;
     }
     const double exact = double(elapsed) / 1e9 * double(kSampleRate) + mixCarry_;
     if (!std::isfinite(exact) || exact >= 9.2e18 || exact <= -9.2e18) std::abort();
-    frames = int64_t(exact);
-    mixCarry_ = exact - double(frames);
+    frames = int64_t(exact) + mixOwed_;
+    mixCarry_ = exact - double(int64_t(exact));
     seconds = double(elapsed) / 1e9;
     target = mixTarget_;
   }
   if (frames >= 1 && mixer_) {
+    // Drain what both sources hold, up to what the clock says; leave the rest owed unless a
+    // source is more than kMixMaxLag behind, which is padded.
+    const auto [mic, system] = mixer_->queued();
+    const int64_t take = std::min(frames, std::max(std::min(mic, system), frames - kMixMaxLag));
+    {
+      std::lock_guard<std::mutex> held(lock_);
+      mixOwed_ = frames - take;
+    }
+    if (take < 1) return;
     DrainReport report;
-    const Samples block = mixer_->drain(frames, report);
+    const Samples block = mixer_->drain(take, report);
     meter_.add(block);
     writer_->append(block);
     const bool dry[2] = {report.micShort, report.systemShort};
@@ -376,6 +390,7 @@ void RecordSession::resume() {
     paused_ = false;
     mixLastTick_ = clock_.nowNanos();
     mixCarry_ = 0;
+    mixOwed_ = 0;
   }
   printEvent(Json{{"type", "record-resumed"}, {"elapsedMs", elapsedMs()}});
 }

@@ -41,8 +41,8 @@ struct SessionTiming {
 //
 // Always held through std::shared_ptr (`create`); the callbacks handed to the sources and the
 // timers hold it weakly. `lock_` guards paused_, finished_, mixCarry_, mixLastTick_,
-// completed_ and the mix's start state (mixRunning_, mixTarget_, starved_); no session lock is held
-// while another lock is taken or an event printed.
+// completed_ and the mix's state (mixRunning_, mixTarget_, mixOwed_, starved_); no session lock is
+// held while another lock is taken or an event printed.
 class RecordSession : public std::enable_shared_from_this<RecordSession> {
  public:
   using Timing = SessionTiming;
@@ -121,6 +121,7 @@ class RecordSession : public std::enable_shared_from_this<RecordSession> {
   uint64_t mixTimersStarted_ = 0;     // guarded by lock_: when the timers began
   bool mixRunning_ = false;           // guarded by lock_: the mix writes from here on
   int64_t mixTarget_ = 0;             // guarded by lock_: each queue's level to hold after a drain
+  int64_t mixOwed_ = 0;               // guarded by lock_: frames due but not yet in both queues
   bool starved_[2] = {false, false};  // guarded by lock_: mic, system ran dry since running
   RateFollower followers_[2];         // mic, system: in step with the mix's clock
   int headerFlushCountdown_ = 0;      // timer queue only

@@ -234,6 +234,8 @@ TEST_F(SessionTest, MixTicksFollowTheClockAndCarryTheFraction) {
   };
   startMix(*session, platform.fakeClock);
   EXPECT_EQ(frames(), 0);
+  session->micSink()(Samples(48000, 0));
+  session->systemSink()(Samples(48000, 0));
   platform.fakeClock.advance(50'000'000);
   session->mixTick();
   EXPECT_EQ(frames(), 2400);
@@ -290,6 +292,35 @@ TEST_F(SessionTest, AudioBeyondTheCushionAtTheStartIsWrittenAtOnce) {
   EXPECT_EQ(session->mixer()->queued(), (std::pair<int64_t, int64_t>{1920, 1920}));
 }
 
+TEST_F(SessionTest, AShortQueueIsWaitedForUpTo200MsThenPadded) {
+  StdoutCapture capture;
+  auto session = make(RecordInput::both);
+  session->start(std::nullopt);
+  auto frames = [&] {
+    const auto held = session->writer().hold();
+    return session->writer().frames(held);
+  };
+  startMix(*session, platform.fakeClock);
+  // A stall: 100 ms pass with no delivery; the mix takes the 40 ms both hold and owes the rest.
+  platform.fakeClock.advance(100'000'000);
+  session->mixTick();
+  EXPECT_EQ(frames(), 1920);
+  // The delayed audio arrives: the debt is paid without any padding.
+  session->micSink()(Samples(7200, 5));
+  session->systemSink()(Samples(7200, 7));
+  platform.fakeClock.advance(50'000'000);
+  session->mixTick();
+  EXPECT_EQ(frames(), 1920 + 2880 + 2400);
+  // (the followers began to steer at the first drain, stretching by up to 1500 ppm)
+  EXPECT_NEAR(double(session->mixer()->queued().first), 1920, 12);
+  EXPECT_NEAR(double(session->mixer()->queued().second), 1920, 12);
+  session->stop();
+  const auto samples = audio_test::samplesFrom(audio_test::readFile(path), 44);
+  EXPECT_EQ(std::count(samples.begin() + 1920, samples.end(), int16_t(12)),
+            int64_t(samples.size()) - 1920)
+      << "no silence was padded in";
+}
+
 TEST_F(SessionTest, ALateSourceIsPaddedAndThenPrimedWithTheCushion) {
   StdoutCapture capture;
   auto session = make(RecordInput::both);
@@ -305,9 +336,12 @@ TEST_F(SessionTest, ALateSourceIsPaddedAndThenPrimedWithTheCushion) {
   }
   EXPECT_EQ(frames(), 0);
   EXPECT_EQ(session->mixer()->queued(), (std::pair<int64_t, int64_t>{1920, 0}));
-  platform.fakeClock.advance(10'000'000);
+  platform.fakeClock.advance(150'000'000);
   session->mixTick();
-  EXPECT_EQ(frames(), 480);
+  EXPECT_EQ(frames(), 0) << "150 ms behind: waited for";
+  platform.fakeClock.advance(60'000'000);
+  session->mixTick();
+  EXPECT_EQ(frames(), 480) << "210 ms behind: padded to within 200 ms";
   // System audio arrives: it gets the cushion in front (and what the next tick will take).
   session->systemSink()(Samples(480, 7));
   EXPECT_EQ(session->mixer()->queued().second, 1920 + 480);
