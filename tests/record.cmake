@@ -59,19 +59,20 @@ endif()
 # The glitch tests measure the audio's timing against the sound server's; ThreadSanitizer's
 # slowdown makes the helper itself fall behind, so they run in the plain builds only (the other
 # CLI tests drive the same threads under it).
+# (One environment variable per test: the PipeWire tests' ThreadSanitizer options come from
+# RECORD_TSAN_OPTIONS, which the tests put in their own environment.)
 set(RECORD_CLI_FILTER "*")
-set(RECORD_PIPEWIRE_ENVIRONMENT "TALLOWBROOK_TEST_SOUND_SERVER=pipewire")
 if(TALLOWBROOK_SANITIZE MATCHES "thread")
   set(RECORD_CLI_FILTER "-RecordGlitches.*")
-  string(APPEND RECORD_PIPEWIRE_ENVIRONMENT
-         "\\;TSAN_OPTIONS=suppressions=${CMAKE_CURRENT_SOURCE_DIR}/record-tsan.supp")
+  target_compile_definitions(record-cli-tests PRIVATE
+    RECORD_TSAN_OPTIONS="suppressions=${CMAKE_CURRENT_SOURCE_DIR}/record-tsan.supp")
 endif()
 gtest_discover_tests(record-cli-tests TEST_PREFIX "record.cli." DISCOVERY_TIMEOUT 60
   TEST_FILTER "${RECORD_CLI_FILTER}"
   PROPERTIES TIMEOUT 120 ${RECORD_SANITIZER_ENVIRONMENT})
 gtest_discover_tests(record-cli-tests TEST_PREFIX "record.cli.pipewire." DISCOVERY_TIMEOUT 60
   TEST_FILTER "${RECORD_CLI_FILTER}"
-  PROPERTIES TIMEOUT 120 ENVIRONMENT "${RECORD_PIPEWIRE_ENVIRONMENT}")
+  PROPERTIES TIMEOUT 120 ENVIRONMENT "TALLOWBROOK_TEST_SOUND_SERVER=pipewire")
 
 # Fuzzer (scripts/fuzz): the control lines of record start, read and parsed.
 include(${CMAKE_CURRENT_LIST_DIR}/fuzz/fuzz.cmake)

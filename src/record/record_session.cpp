@@ -181,11 +181,12 @@ void RecordSession::sinkSamples(Samples samples, bool fromMic) {
       std::lock_guard<std::mutex> held(lock_);
       bool& starved = starved_[fromMic ? 0 : 1];
       if (starved) {
-        // A source that ran dry starts again with the cushion in front of it, so that it does
-        // not live at the edge of its queue and get padded a few samples at every tick.
+        // A source that ran dry starts again behind silence for the time it was missing (what
+        // the mix still owes, and what the next tick will ask) and the cushion, so that its
+        // audio lines up with the clock again and does not live at the edge of its queue.
         starved = false;
         const uint64_t sinceTick = clock_.nowNanos() - mixLastTick_;
-        prime = mixTarget_ + int64_t(double(sinceTick) / 1e9 * double(kSampleRate));
+        prime = mixTarget_ + mixOwed_ + int64_t(double(sinceTick) / 1e9 * double(kSampleRate));
       }
     }
     mixer_->prime(queue, prime);

@@ -203,6 +203,12 @@ std::vector<std::string> helper(std::vector<std::string> args) {
   return args;
 }
 
+#ifdef RECORD_TSAN_OPTIONS
+// Under ThreadSanitizer the helpers these tests start need its suppressions (libpulse's
+// locking is invisible to it); a value given by the test's own environment wins.
+[[maybe_unused]] const bool tsanOptionsSet = setenv("TSAN_OPTIONS", RECORD_TSAN_OPTIONS, 0) == 0;
+#endif
+
 const char* soundServerScript() {
   const char* kind = std::getenv("TALLOWBROOK_TEST_SOUND_SERVER");
   return kind && std::string(kind) == "pipewire" ? TEST_PIPEWIRE_SERVER : TEST_SOUND_SERVER;

@@ -342,9 +342,9 @@ TEST_F(SessionTest, ALateSourceIsPaddedAndThenPrimedWithTheCushion) {
   platform.fakeClock.advance(60'000'000);
   session->mixTick();
   EXPECT_EQ(frames(), 480) << "210 ms behind: padded to within 200 ms";
-  // System audio arrives: it gets the cushion in front (and what the next tick will take).
+  // System audio arrives: behind silence for the 200 ms the mix still owes and the cushion.
   session->systemSink()(Samples(480, 7));
-  EXPECT_EQ(session->mixer()->queued().second, 1920 + 480);
+  EXPECT_EQ(session->mixer()->queued().second, 9600 + 1920 + 480);
   session->stop();
 }
 
