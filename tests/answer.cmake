@@ -45,7 +45,8 @@ target_link_libraries(answer-cli-tests PRIVATE cli-test-support tallowbrook-warn
 target_compile_definitions(answer-cli-tests PRIVATE
   ANSWER_MODEL_DIR="${ANSWER_MODEL_DIR}"
   HELPER_PATH="$<TARGET_FILE:tallowbrook-helper>"
-  TEST_SOUND_SERVER="${PROJECT_SOURCE_DIR}/../shared/tools/test-sound-server")
+  TEST_SOUND_SERVER="${PROJECT_SOURCE_DIR}/../shared/tools/test-sound-server"
+  TEST_PIPEWIRE_SERVER="${CMAKE_CURRENT_SOURCE_DIR}/tools/test-pipewire-server")
 add_dependencies(answer-cli-tests tallowbrook-helper tallowbrook-text tallowbrook-llama
                  tallowbrook-llama-jinja answer-models)
 gtest_discover_tests(answer-cli-tests TEST_PREFIX "answer.cli." DISCOVERY_TIMEOUT 60

@@ -5,6 +5,7 @@
 #include <deque>
 #include <mutex>
 #include <span>
+#include <utility>
 
 #include "audio/samples.h"
 
@@ -12,6 +13,15 @@ namespace tallowbrook {
 
 // Which of the mixer's two queues a source feeds.
 enum class MixerQueue { mic, system };
+
+// What a drain left behind: each queue's length afterwards, and whether it came up short
+// (was padded with silence).
+struct DrainReport {
+  int64_t micQueued = 0;
+  int64_t systemQueued = 0;
+  bool micShort = false;
+  bool systemShort = false;
+};
 
 // Two queues of converted samples (48000 Hz mono), each filled by its source's delivery
 // thread and emptied by the session's mix timer, which drains as many frames as wall-clock
@@ -31,6 +41,19 @@ class Mixer {
   // `frames` from the front of each queue and sums them pairwise, a short side counting as
   // silence, in 32-bit arithmetic saturated to -32768...32767. No gain or halving.
   Samples drain(int64_t frames);
+  // The same, and tells what it left in `report` (untouched when `frames` < 1).
+  Samples drain(int64_t frames, DrainReport& report);
+
+  // Each queue's length, mic first.
+  std::pair<int64_t, int64_t> queued();
+
+  // Drops the oldest samples of each queue beyond its newest `keep` (at the start of a mix,
+  // what one source delivered before the other began).
+  void trimTo(int64_t keep);
+
+  // Puts `count` zero samples at the front of `queue` (a source that starts or restarts
+  // gets a cushion against delivery jitter).
+  void prime(MixerQueue queue, int64_t count);
 
   // Empties both queues and lowers `dropped`.
   void reset();

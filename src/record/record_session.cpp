@@ -16,6 +16,16 @@ namespace tallowbrook {
 namespace {
 
 constexpr int64_t kSampleRate = 48000;
+// The mix starts once each queue holds this much audio (40 ms), so that the sources'
+// delivery granularity and scheduling jitter never leave a queue short; it keeps that level.
+constexpr int64_t kMixCushion = kSampleRate / 25;
+// A source that has delivered less than the cushion this long after the timers began is late:
+// the mix starts without waiting for it, and pads it with silence until it comes.
+constexpr uint64_t kMixStartWaitNanos = 500'000'000;
+// A tick that finds a queue short waits for it rather than padding at once: the sources'
+// delivery threads may have been held up (a busy machine) while their audio waits in the
+// sound server. Only a source more than this far behind the clock (200 ms) is padded.
+constexpr int64_t kMixMaxLag = kSampleRate / 5;
 
 void printEvent(const Json& event) {
   writeJsonLine(event);
@@ -171,7 +181,23 @@ void RecordSession::sinkSamples(Samples samples, bool fromMic) {
   }
   if (paused) return;
   if (mixer_) {
-    mixer_->push(samples, fromMic ? MixerQueue::mic : MixerQueue::system);
+    const MixerQueue queue = fromMic ? MixerQueue::mic : MixerQueue::system;
+    const Samples followed = followers_[fromMic ? 0 : 1].process(samples);
+    int64_t prime = 0;
+    {
+      std::lock_guard<std::mutex> held(lock_);
+      bool& starved = starved_[fromMic ? 0 : 1];
+      if (starved) {
+        // A source that ran dry starts again behind silence for the time it was missing (what
+        // the mix still owes, and what the next tick will ask) and the cushion, so that its
+        // audio lines up with the clock again and does not live at the edge of its queue.
+        starved = false;
+        const uint64_t sinceTick = clock_.nowNanos() - mixLastTick_;
+        prime = mixTarget_ + mixOwed_ + int64_t(double(sinceTick) / 1e9 * double(kSampleRate));
+      }
+    }
+    mixer_->prime(queue, prime);
+    mixer_->push(followed, queue);
     return;
   }
   meter_.add(samples);
@@ -192,19 +218,13 @@ void RecordSession::warning(const std::string& message, std::optional<int64_t> s
 
 void RecordSession::startTimers() {
   if (!timing_.runTimers) {
-    if (mixer_) mixer_->reset();
-    std::lock_guard<std::mutex> held(lock_);
-    mixLastTick_ = clock_.nowNanos();
+    if (mixer_) resetMix();
     return;
   }
   std::weak_ptr<RecordSession> weak = weak_from_this();
   // The mix counts time from just before the timers' common start, so the mix tick due with
   // the 50th level tick has written at least 5 s of frames when that tick rewrites the header.
-  if (mixer_) {
-    mixer_->reset();
-    std::lock_guard<std::mutex> held(lock_);
-    mixLastTick_ = clock_.nowNanos();
-  }
+  if (mixer_) resetMix();
   const auto start = std::chrono::steady_clock::now();  // both timers count from here
   levelTimer_ = timerQueue_.addTimer(
       std::chrono::milliseconds(100),
@@ -254,26 +274,105 @@ void RecordSession::tick() {
   }
 }
 
+void RecordSession::resetMix() {
+  mixer_->reset();
+  for (RateFollower& follower : followers_) follower.reset();
+  std::lock_guard<std::mutex> held(lock_);
+  mixLastTick_ = clock_.nowNanos();
+  mixTimersStarted_ = mixLastTick_;
+  mixRunning_ = false;
+  mixTarget_ = 0;
+  starved_[0] = starved_[1] = false;
+}
+
+std::optional<int64_t> RecordSession::startMixWhenReady(uint64_t now) {
+  if (!mixer_) return std::nullopt;
+  {
+    std::lock_guard<std::mutex> held(lock_);
+    if (mixRunning_) return -1;
+  }
+  const auto [mic, system] = mixer_->queued();
+  const int64_t common = std::min(mic, system);
+  const bool ready = common >= kMixCushion;
+  {
+    std::lock_guard<std::mutex> held(lock_);
+    mixLastTick_ = now;
+    mixCarry_ = 0;
+    if (!ready && now - mixTimersStarted_ < kMixStartWaitNanos) return std::nullopt;
+    mixTarget_ = kMixCushion;
+    starved_[0] = mic == 0;
+    starved_[1] = system == 0;
+    mixRunning_ = true;
+  }
+  // Both sources start together: what one delivered before the other began is dropped, what
+  // both hold beyond the cushion is written at once, and the mix counts from now. A late
+  // source is padded from here on (and primed when it comes).
+  mixer_->trimTo(ready ? common : kMixCushion);
+  return ready ? common - kMixCushion : 0;
+}
+
 void RecordSession::mixTick() {
   const uint64_t now = clock_.nowNanos();
+  const std::optional<int64_t> start = startMixWhenReady(now);
+  if (!start) return;
+  if (*start >= 0) {  // just started
+    if (*start > 0) {
+      const Samples block = mixer_->drain(*start);
+      meter_.add(block);
+      writer_->append(block);
+    }
+    return;
+  }
   int64_t frames;
+  double seconds;
+  int64_t target;
   {
     std::lock_guard<std::mutex> held(lock_);
     const uint64_t elapsed = now - mixLastTick_;
     mixLastTick_ = now;
     if (paused_) {
       mixCarry_ = 0;
+      mixOwed_ = 0;
       return;
     }
     const double exact = double(elapsed) / 1e9 * double(kSampleRate) + mixCarry_;
     if (!std::isfinite(exact) || exact >= 9.2e18 || exact <= -9.2e18) std::abort();
-    frames = int64_t(exact);
-    mixCarry_ = exact - double(frames);
+    frames = int64_t(exact) + mixOwed_;
+    mixCarry_ = exact - double(int64_t(exact));
+    seconds = double(elapsed) / 1e9;
+    target = mixTarget_;
   }
   if (frames >= 1 && mixer_) {
-    const Samples block = mixer_->drain(frames);
+    // Drain what both sources hold, up to what the clock says; leave the rest owed unless a
+    // source is more than kMixMaxLag behind, which is padded.
+    const auto [mic, system] = mixer_->queued();
+    const int64_t take = std::min(frames, std::max(std::min(mic, system), frames - kMixMaxLag));
+    {
+      std::lock_guard<std::mutex> held(lock_);
+      mixOwed_ = frames - take;
+    }
+    if (take < 1) return;
+    DrainReport report;
+    const Samples block = mixer_->drain(take, report);
     meter_.add(block);
     writer_->append(block);
+    const bool dry[2] = {report.micShort, report.systemShort};
+    const int64_t queued[2] = {report.micQueued, report.systemQueued};
+    bool starved[2];
+    {
+      std::lock_guard<std::mutex> held(lock_);
+      for (int k = 0; k < 2; ++k) {
+        if (dry[k]) starved_[k] = true;
+        starved[k] = starved_[k];
+      }
+    }
+    for (int k = 0; k < 2; ++k) {
+      if (starved[k]) {
+        followers_[k].reset();  // its delivery stopped: what it learnt of its clock is stale
+      } else {
+        followers_[k].steer(queued[k], target, seconds);
+      }
+    }
     if (mixer_->takeDropped()) {
       printEvent(Json{{"type", "record-warning"},
                       {"message",
@@ -299,6 +398,7 @@ void RecordSession::resume() {
     paused_ = false;
     mixLastTick_ = clock_.nowNanos();
     mixCarry_ = 0;
+    mixOwed_ = 0;
   }
   printEvent(Json{{"type", "record-resumed"}, {"elapsedMs", elapsedMs()}});
 }

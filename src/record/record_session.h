@@ -12,6 +12,7 @@
 
 #include "audio/meter.h"
 #include "audio/mixer.h"
+#include "audio/rate_follower.h"
 #include "audio/wav_writer.h"
 #include "record/mic_source.h"
 #include "record/record_input.h"
@@ -39,8 +40,9 @@ struct SessionTiming {
 // "record-resumed", "record-warning", "record-stopped").
 //
 // Always held through std::shared_ptr (`create`); the callbacks handed to the sources and the
-// timers hold it weakly. `lock_` guards paused_, finished_, mixCarry_, mixLastTick_ and
-// completed_; no session lock is held while another lock is taken or an event printed.
+// timers hold it weakly. `lock_` guards paused_, finished_, mixCarry_, mixLastTick_,
+// completed_ and the mix's state (mixRunning_, mixTarget_, mixOwed_, starved_); no session lock is
+// held while another lock is taken or an event printed.
 class RecordSession : public std::enable_shared_from_this<RecordSession> {
  public:
   using Timing = SessionTiming;
@@ -89,6 +91,14 @@ class RecordSession : public std::enable_shared_from_this<RecordSession> {
   void sinkSamples(Samples samples, bool fromMic);
   void warning(const std::string& message, std::optional<int64_t> silenceMs);
   void startTimers();
+  // Empties the mixer and forgets the followers and the mix's start (timer queue, or the
+  // starting thread before the timers run).
+  void resetMix();
+  // Starts the mix once both queues hold the cushion, or when a source is late; until then
+  // ticks only move the mix's clock. Nothing: not started yet; -1: running; otherwise it has
+  // just started and that many frames, the audio beyond the cushion, are to be written at
+  // once. Timer queue.
+  std::optional<int64_t> startMixWhenReady(uint64_t now);
   int64_t elapsedMs();
 
   RecordPlatform& platform_;
@@ -105,10 +115,17 @@ class RecordSession : public std::enable_shared_from_this<RecordSession> {
   std::unique_ptr<Mixer> mixer_;
   std::optional<SerialQueue::TimerId> levelTimer_;
   std::optional<SerialQueue::TimerId> mixTimer_;
-  double mixCarry_ = 0;                       // guarded by lock_
-  uint64_t mixLastTick_;                      // guarded by lock_
-  int headerFlushCountdown_ = 0;              // timer queue only
-  bool completed_ = false;                    // guarded by lock_
+  double mixCarry_ = 0;   // guarded by lock_
+  uint64_t mixLastTick_;  // guarded by lock_
+  // The mix starts writing once both queues hold a cushion of audio (or a source is late):
+  uint64_t mixTimersStarted_ = 0;     // guarded by lock_: when the timers began
+  bool mixRunning_ = false;           // guarded by lock_: the mix writes from here on
+  int64_t mixTarget_ = 0;             // guarded by lock_: each queue's level to hold after a drain
+  int64_t mixOwed_ = 0;               // guarded by lock_: frames due but not yet in both queues
+  bool starved_[2] = {false, false};  // guarded by lock_: mic, system ran dry since running
+  RateFollower followers_[2];         // mic, system: in step with the mix's clock
+  int headerFlushCountdown_ = 0;      // timer queue only
+  bool completed_ = false;            // guarded by lock_
   std::condition_variable completedChanged_;  // notified under lock_ when completed_ is set
   SerialQueue timerQueue_;
 };

@@ -1,5 +1,7 @@
 #include "record_process.h"
 
+#include <cstdlib>
+
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
@@ -201,6 +203,21 @@ std::vector<std::string> helper(std::vector<std::string> args) {
   return args;
 }
 
+#ifdef RECORD_TSAN_OPTIONS
+// Under ThreadSanitizer the helpers these tests start need its suppressions (libpulse's
+// locking is invisible to it); a value given by the test's own environment wins.
+[[maybe_unused]] const bool tsanOptionsSet = setenv("TSAN_OPTIONS", RECORD_TSAN_OPTIONS, 0) == 0;
+#endif
+
+const char* soundServerScript() {
+  const char* kind = std::getenv("TALLOWBROOK_TEST_SOUND_SERVER");
+  return kind && std::string(kind) == "pipewire" ? TEST_PIPEWIRE_SERVER : TEST_SOUND_SERVER;
+}
+
+bool onPipeWire() {
+  return std::string(soundServerScript()) == TEST_PIPEWIRE_SERVER;
+}
+
 SoundServer::SoundServer() {
   char name[] = "/tmp/tallowbrook-sound-XXXXXX";
   if (!mkdtemp(name)) {
@@ -208,7 +225,7 @@ SoundServer::SoundServer() {
     return;
   }
   dir_ = name;
-  const HelperRun start = runProgram({TEST_SOUND_SERVER, "start", dir_});
+  const HelperRun start = runProgram({soundServerScript(), "start", dir_});
   if (start.status != 0) {
     ADD_FAILURE() << "the test sound server did not start: " << start.err;
     return;
@@ -228,7 +245,7 @@ SoundServer::~SoundServer() {
   if (dir_.empty()) return;
   RunOptions options;
   options.env = env_;
-  runProgram({TEST_SOUND_SERVER, "stop", dir_}, options);
+  runProgram({soundServerScript(), "stop", dir_}, options);
   // The daemon may take a moment to go; make sure none is left behind.
   const pid_t pid = serverPid();
   for (int i = 0; pid > 0 && i < 100 && kill(pid, 0) == 0; ++i) {
@@ -259,6 +276,12 @@ int SoundServer::moduleIndex(const std::string& name, const std::string& needle)
 }
 
 pid_t SoundServer::serverPid() {
+  if (onPipeWire()) {
+    std::ifstream in(dir_ + "/pipewire-pulse.pid");
+    pid_t pid = -1;
+    if (in >> pid) return pid;
+    return -1;
+  }
   for (const auto& [key, value] : env_) {
     if (key != "XDG_RUNTIME_DIR") continue;
     std::ifstream in(value + "/pulse/pid");

@@ -77,8 +77,13 @@ class LiveProcess {
 // The helper under test.
 std::vector<std::string> helper(std::vector<std::string> args);
 
-// A private sound server (../shared/tools/test-sound-server) in a temporary folder of its
-// own, stopped and removed with the object.
+// The test sound server's script: tests/tools/test-pipewire-server when the environment has
+// TALLOWBROOK_TEST_SOUND_SERVER=pipewire, else ../shared/tools/test-sound-server (PulseAudio).
+const char* soundServerScript();
+bool onPipeWire();
+
+// A private sound server (soundServerScript()) in a temporary folder of its own, stopped and
+// removed with the object.
 class SoundServer {
  public:
   SoundServer();
@@ -95,7 +100,8 @@ class SoundServer {
   std::string run(const std::vector<std::string>& argv, int* status = nullptr);
   // The index of the loaded module whose arguments contain `needle`, or -1.
   int moduleIndex(const std::string& name, const std::string& needle);
-  // The sound server's process id, from its pid file; -1 if unknown.
+  // The process id of the server that clients talk to (pulseaudio, or pipewire-pulse), from
+  // its pid file; -1 if unknown.
   pid_t serverPid();
 
  private:

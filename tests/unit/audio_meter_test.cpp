@@ -1,4 +1,5 @@
 #include "audio/meter.h"
+#include "audio/mixer.h"
 
 #include <cmath>
 #include <vector>
@@ -97,3 +98,25 @@ TEST(Meter, AnEmptyBlockChangesNothing) {
 
 }  // namespace
 }  // namespace tallowbrook
+
+// Two tones at half scale mixed: the sum reaches full scale only when it saturates, and the
+// meter calls clipped exactly the saturated samples (32767, -32768), not a peak near 1.0.
+TEST(Meter, TwoHalfScaleTonesMixedClipOnlyWhenTheSumSaturates) {
+  auto mixedLevel = [](int16_t a, int16_t b) {
+    tallowbrook::Mixer mixer;
+    mixer.push(std::vector<int16_t>{a}, tallowbrook::MixerQueue::mic);
+    mixer.push(std::vector<int16_t>{b}, tallowbrook::MixerQueue::system);
+    tallowbrook::Meter meter;
+    meter.add(mixer.drain(1));
+    return meter.take();
+  };
+  const auto below = mixedLevel(16383, 16383);  // 32766
+  EXPECT_DOUBLE_EQ(below.peak, 32766.0 / 32768);
+  EXPECT_FALSE(below.clipped);
+  const auto saturated = mixedLevel(16384, 16384);  // 32768 saturates to 32767
+  EXPECT_DOUBLE_EQ(saturated.peak, 32767.0 / 32768);
+  EXPECT_TRUE(saturated.clipped);
+  const auto negative = mixedLevel(-16384, -16384);  // exactly -32768
+  EXPECT_DOUBLE_EQ(negative.peak, 1.0);
+  EXPECT_TRUE(negative.clipped);
+}

@@ -216,6 +216,14 @@ TEST_F(SessionTest, WithAMixerAWarningFillsNothing) {
   EXPECT_EQ(ofType(lines, "record-stopped")[0]["frames"], 0);
 }
 
+// Both queues get the 40 ms cushion and the first tick starts the mix (writing nothing).
+void startMix(RecordSession& session, FakeClock& clock) {
+  session.micSink()(Samples(1920, 0));
+  session.systemSink()(Samples(1920, 0));
+  clock.advance(50'000'000);
+  session.mixTick();
+}
+
 TEST_F(SessionTest, MixTicksFollowTheClockAndCarryTheFraction) {
   StdoutCapture capture;
   auto session = make(RecordInput::both);
@@ -224,6 +232,10 @@ TEST_F(SessionTest, MixTicksFollowTheClockAndCarryTheFraction) {
     const auto held = session->writer().hold();
     return session->writer().frames(held);
   };
+  startMix(*session, platform.fakeClock);
+  EXPECT_EQ(frames(), 0);
+  session->micSink()(Samples(48000, 0));
+  session->systemSink()(Samples(48000, 0));
   platform.fakeClock.advance(50'000'000);
   session->mixTick();
   EXPECT_EQ(frames(), 2400);
@@ -240,19 +252,117 @@ TEST_F(SessionTest, MixTicksFollowTheClockAndCarryTheFraction) {
   session->stop();
 }
 
+TEST_F(SessionTest, TheMixWaitsForTheCushionOfBothSourcesAndStartsThemTogether) {
+  StdoutCapture capture;
+  auto session = make(RecordInput::both);
+  session->start(std::nullopt);
+  auto frames = [&] {
+    const auto held = session->writer().hold();
+    return session->writer().frames(held);
+  };
+  session->micSink()(Samples(3000, 5));  // the microphone began first
+  platform.fakeClock.advance(50'000'000);
+  session->mixTick();
+  EXPECT_EQ(frames(), 0) << "no system audio yet: nothing is padded";
+  session->systemSink()(Samples(1920, 7));
+  platform.fakeClock.advance(50'000'000);
+  session->mixTick();
+  EXPECT_EQ(frames(), 0);
+  EXPECT_EQ(session->mixer()->queued(), (std::pair<int64_t, int64_t>{1920, 1920}))
+      << "the microphone's first 1080 samples came before the start";
+  session->micSink()(Samples(480, 5));
+  session->systemSink()(Samples(480, 7));
+  platform.fakeClock.advance(10'000'000);
+  session->mixTick();
+  EXPECT_EQ(frames(), 480);
+  EXPECT_EQ(session->mixer()->queued(), (std::pair<int64_t, int64_t>{1920, 1920}));
+  session->stop();
+}
+
+TEST_F(SessionTest, AudioBeyondTheCushionAtTheStartIsWrittenAtOnce) {
+  StdoutCapture capture;
+  auto session = make(RecordInput::both);
+  session->start(std::nullopt);
+  session->micSink()(Samples(3000, 5));
+  session->systemSink()(Samples(3100, 7));
+  platform.fakeClock.advance(50'000'000);
+  session->mixTick();
+  const auto held = session->writer().hold();
+  EXPECT_EQ(session->writer().frames(held), 3000 - 1920) << "nothing of it is lost";
+  EXPECT_EQ(session->mixer()->queued(), (std::pair<int64_t, int64_t>{1920, 1920}));
+}
+
+TEST_F(SessionTest, AShortQueueIsWaitedForUpTo200MsThenPadded) {
+  StdoutCapture capture;
+  auto session = make(RecordInput::both);
+  session->start(std::nullopt);
+  auto frames = [&] {
+    const auto held = session->writer().hold();
+    return session->writer().frames(held);
+  };
+  startMix(*session, platform.fakeClock);
+  // A stall: 100 ms pass with no delivery; the mix takes the 40 ms both hold and owes the rest.
+  platform.fakeClock.advance(100'000'000);
+  session->mixTick();
+  EXPECT_EQ(frames(), 1920);
+  // The delayed audio arrives: the debt is paid without any padding.
+  session->micSink()(Samples(7200, 5));
+  session->systemSink()(Samples(7200, 7));
+  platform.fakeClock.advance(50'000'000);
+  session->mixTick();
+  EXPECT_EQ(frames(), 1920 + 2880 + 2400);
+  // (the followers began to steer at the first drain, stretching by up to 1500 ppm)
+  EXPECT_NEAR(double(session->mixer()->queued().first), 1920, 12);
+  EXPECT_NEAR(double(session->mixer()->queued().second), 1920, 12);
+  session->stop();
+  const auto samples = audio_test::samplesFrom(audio_test::readFile(path), 44);
+  EXPECT_EQ(std::count(samples.begin() + 1920, samples.end(), int16_t(12)),
+            int64_t(samples.size()) - 1920)
+      << "no silence was padded in";
+}
+
+TEST_F(SessionTest, ALateSourceIsPaddedAndThenPrimedWithTheCushion) {
+  StdoutCapture capture;
+  auto session = make(RecordInput::both);
+  session->start(std::nullopt);
+  auto frames = [&] {
+    const auto held = session->writer().hold();
+    return session->writer().frames(held);
+  };
+  session->micSink()(Samples(4800, 5));
+  for (int i = 0; i < 10; ++i) {  // 0.5 s without system audio: the mix starts anyway
+    platform.fakeClock.advance(50'000'000);
+    session->mixTick();
+  }
+  EXPECT_EQ(frames(), 0);
+  EXPECT_EQ(session->mixer()->queued(), (std::pair<int64_t, int64_t>{1920, 0}));
+  platform.fakeClock.advance(150'000'000);
+  session->mixTick();
+  EXPECT_EQ(frames(), 0) << "150 ms behind: waited for";
+  platform.fakeClock.advance(60'000'000);
+  session->mixTick();
+  EXPECT_EQ(frames(), 480) << "210 ms behind: padded to within 200 ms";
+  // System audio arrives: behind silence for the 200 ms the mix still owes and the cushion.
+  session->systemSink()(Samples(480, 7));
+  EXPECT_EQ(session->mixer()->queued().second, 9600 + 1920 + 480);
+  session->stop();
+}
+
 TEST_F(SessionTest, PausedMixTicksDrainNothingAndKeepTheQueues) {
   StdoutCapture capture;
   auto session = make(RecordInput::both);
   session->start(std::nullopt);
-  session->micSink()(Samples(1000, 7));
+  startMix(*session, platform.fakeClock);
   session->pause();
   platform.fakeClock.advance(50'000'000);
   session->mixTick();
-  EXPECT_EQ(session->mixer()->longestQueue(), 1000);
+  EXPECT_EQ(session->mixer()->longestQueue(), 1920);
+  session->micSink()(Samples(1000, 7));  // discarded while paused
+  EXPECT_EQ(session->mixer()->longestQueue(), 1920);
   session->resume();
   platform.fakeClock.advance(10'000'000);  // 480 frames
   session->mixTick();
-  EXPECT_EQ(session->mixer()->longestQueue(), 520);
+  EXPECT_EQ(session->mixer()->longestQueue(), 1440);
   session->stop();
 }
 
@@ -277,6 +387,7 @@ TEST_F(SessionTest, MixerDropGivesOneWarningPerDrain) {
   StdoutCapture capture;
   auto session = make(RecordInput::both);
   session->start(std::nullopt);
+  startMix(*session, platform.fakeClock);
   session->micSink()(Samples(240001, 1));
   platform.fakeClock.advance(50'000'000);
   session->mixTick();
