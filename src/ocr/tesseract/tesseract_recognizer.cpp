@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdlib>
 #include <memory>
@@ -16,15 +17,16 @@
 #include <tesseract/resultiterator.h>
 
 #include "cli/silenced_stderr.h"
+#include "ocr/dark_regions.h"
+#include "ocr/decode_budget.h"
 #include "ocr/languages.h"
 #include "ocr/line_quad.h"
+#include "ocr/reading_shape.h"
 #include "ocr/text_recognizer.h"
 
 namespace tallowbrook::VisionOCR {
 namespace {
 
-// Larger images are refused: decoding alone would take gigabytes.
-constexpr int64_t kMaxImagePixels = 100'000'000;
 // Larger images are scaled down before recognition, which bounds Tesseract's memory; text on
 // such pages is still several times the size the recogniser needs.
 constexpr int64_t kMaxRecognitionPixels = 36'000'000;
@@ -32,6 +34,22 @@ constexpr int64_t kMaxRecognitionPixels = 36'000'000;
 constexpr size_t kMaxDetectedLanguages = 3;
 // Upright pages read with a mean word confidence far above this; turned ones far below.
 constexpr int kUprightConfidence = 60;
+// A reading read with kUprightConfidence whose word shapes score this much (see wordShapeShare)
+// is plausible upright text, and is never turned.
+constexpr double kPlausibleShape = 0.5;
+// A turned reading replaces the upright one only when its word shapes score this much more,
+// or when they score no worse (within kShapeTolerance) and its confidence is this much higher.
+constexpr double kClearlyBetterShape = 0.25;
+constexpr double kShapeTolerance = 0.05;
+constexpr int kClearlyBetterConfidence = 20;
+// Orientation detection decides only on pages with at least this many letters and digits.
+constexpr int kOsdCharacters = 60;
+// Pixels that differ this much from the background are content.
+constexpr int kContentContrast = 48;
+// The frame drawn around an inverted panel, in pixels.
+constexpr int kPanelFrameWidth = 2;
+// Specks smaller than this (pixels each way) are noise, not content.
+constexpr int kSpeckSize = 3;
 
 struct PixDeleter {
   void operator()(Pix* pix) const { pixDestroy(&pix); }
@@ -144,7 +162,8 @@ class TesseractRecognizer final : public TextRecognizer {
     size->width = width;
     size->height = height;
     size_ = *size;
-    if (int64_t(width) * height > kMaxImagePixels) return true;  // refused when recognising
+    decodeBytes_ = decodeBytes({width, height, bps, spp, colormap != 0});
+    if (decodeBytes_ > kMaxDecodeBytes) return true;  // refused when recognising
     Pix* decoded = pixRead(path.c_str());
     if (decoded == nullptr) return false;
     image_.reset(decoded);
@@ -158,13 +177,16 @@ class TesseractRecognizer final : public TextRecognizer {
                  std::string* error) override {
     SilencedStderr quiet;
     if (!image_) {
-      *error = "the image is too large to recognise (" + std::to_string(size_.width) + " x " +
-               std::to_string(size_.height) + " pixels; at most " +
-               std::to_string(kMaxImagePixels / 1'000'000) + " million)";
+      *error = "the image is too large to decode safely (" + std::to_string(size_.width) + " x " +
+               std::to_string(size_.height) + " pixels would take " +
+               std::to_string(decodeBytes_ >> 20) + " MB; at most " +
+               std::to_string(kMaxDecodeBytes >> 20) + " MB)";
       return false;
     }
     ImageFrame frame;
-    PixPtr pix = prepared(&frame);
+    bool blank = false;
+    PixPtr pix = prepared(&frame, &blank);
+    if (blank) return true;  // nothing to read: no recognition data is even loaded
     if (!pix) {
       *error = "could not prepare the image for recognition";
       return false;
@@ -196,43 +218,101 @@ class TesseractRecognizer final : public TextRecognizer {
       return false;
     }
     api.SetPageSegMode(tesseract::PSM_AUTO);
-    // The second pass over inverted (light on dark) lines costs more than it finds on documents.
+    // Light text on dark backgrounds was inverted before recognition, region by region, so
+    // Tesseract's own second pass over every doubtful word in inverted form is not needed.
     api.SetVariable("tessedit_do_invert", "0");
 
-    // Most pages are upright and read well as they are. A page that reads poorly may be
-    // turned. Tesseract itself turns pages whose lines run downwards; half a turn more rights
-    // pages that are upside down or whose lines run upwards. Orientation detection is the last
-    // resort, for what remains.
-    if (!recognizeImage(api, pix.get(), error)) return false;
-    int confidence = api.MeanTextConf();
-    std::vector<int> tried = {0};
-    auto tryTurn = [&](int turns) -> bool {
-      if (std::find(tried.begin(), tried.end(), turns) != tried.end()) return true;
-      tried.push_back(turns);
-      PixPtr turned(pixRotateOrth(pix.get(), turns));
-      if (!turned || !recognizeImage(api, turned.get(), error)) return false;
-      if (api.MeanTextConf() > confidence) {
-        confidence = api.MeanTextConf();
-        frame.quarterTurns = turns;
+    // Most images are upright and read well as they are. Turning is tried only for a reading
+    // that is not plausible upright (confident and word-shaped), and a turned reading wins only
+    // when it is clearly better, not merely a little more confident: short upright lines of
+    // names or codes read with modest confidence, and text upside down can read as confident
+    // nonsense. Orientation detection decides where there is enough text for it.
+    Reading upright;
+    if (!read(api, pix.get(), 0, &upright, error)) return false;
+    if (upright.characters == 0) {
+      // Page segmentation found nothing: a lone character, number or label. Sparse text
+      // segmentation finds what stands alone; a single line is the last resort.
+      for (auto mode : {tesseract::PSM_SPARSE_TEXT, tesseract::PSM_SINGLE_LINE}) {
+        api.SetPageSegMode(mode);
+        if (!read(api, pix.get(), 0, &upright, error)) return false;
+        if (upright.characters > 0) break;
+      }
+      if (upright.characters == 0) return true;
+    }
+    Reading best = upright;
+    const Pix* recognized = pix.get();  // what the engine holds the reading of
+    PixPtr turned;
+    auto tryTurn = [&](int turns, bool trusted) -> bool {
+      if (turns == best.turns || turns == upright.turns) return true;
+      PixPtr image(pixRotateOrth(pix.get(), turns));
+      Reading reading;
+      if (!image || !read(api, image.get(), turns, &reading, error)) return false;
+      recognized = image.get();
+      // Orientation detection's choice needs only to read no worse; a guess needs to read
+      // clearly better, in the shapes of its words or by far in confidence.
+      const bool notWorse = reading.shape + kShapeTolerance >= best.shape;
+      const bool better =
+          trusted
+              ? notWorse && reading.confidence > best.confidence
+              : (reading.shape >= best.shape + kClearlyBetterShape &&
+                 reading.confidence > best.confidence) ||
+                    (notWorse && reading.confidence >= best.confidence + kClearlyBetterConfidence);
+      if (better) {
+        best = reading;
+        turned = std::move(image);
       }
       return true;
     };
-    if (confidence < kUprightConfidence && !tryTurn(2)) return false;
-    if (confidence < kUprightConfidence && haveOsd) {
-      if (!detected) detected = detectOrientation(dataDir, pix.get());
-      if (detected && !tryTurn((4 - detected->degrees / 90) % 4)) return false;
+    if (!plausibleUpright(upright)) {
+      if (haveOsd && upright.characters >= kOsdCharacters) {
+        if (!detected) detected = detectOrientation(dataDir, pix.get());
+        if (detected && detected->degrees != 0 &&
+            !tryTurn((4 - detected->degrees / 90) % 4, true)) {
+          return false;
+        }
+      }
+      // Tesseract itself turns lines that run up or down the page, one way or the other; half
+      // a turn more rights those it turned the wrong way, and pages upside down.
+      if (!plausibleUpright(best) && !tryTurn(2, false)) return false;
     }
+    frame.quarterTurns = best.turns;
     // Leave the engine holding the best reading.
-    if (tried.back() != frame.quarterTurns) {
-      PixPtr best(frame.quarterTurns == 0 ? pixClone(pix.get())
-                                          : pixRotateOrth(pix.get(), frame.quarterTurns));
-      if (!best || !recognizeImage(api, best.get(), error)) return false;
+    const Pix* bestPix = best.turns == 0 ? pix.get() : turned.get();
+    if (recognized != bestPix && !recognizeImage(api, const_cast<Pix*>(bestPix), error)) {
+      return false;
     }
     collect(api, frame, settings.minimumTextHeightFraction, observations);
     return true;
   }
 
  private:
+  // What one recognition of the image turned by `turns` quarter turns gave.
+  struct Reading {
+    int turns = 0;
+    int confidence = 0;  // mean word confidence, 0-100
+    double shape = 0;    // wordShapeShare of the text
+    int characters = 0;  // letters and digits
+  };
+
+  static bool plausibleUpright(const Reading& reading) {
+    return reading.confidence >= kUprightConfidence && reading.shape >= kPlausibleShape;
+  }
+
+  static bool read(tesseract::TessBaseAPI& api, Pix* pix, int turns, Reading* reading,
+                   std::string* error) {
+    if (!recognizeImage(api, pix, error)) return false;
+    std::unique_ptr<char[]> text(api.GetUTF8Text());
+    const std::string utf8 = text ? text.get() : "";
+    reading->turns = turns;
+    reading->confidence = api.MeanTextConf();
+    reading->shape = wordShapeShare(utf8);
+    reading->characters = 0;
+    for (unsigned char c : utf8) {
+      reading->characters += std::isalnum(c) || (c >= 0xC0) ? 1 : 0;  // lead bytes only
+    }
+    return true;
+  }
+
   static bool recognizeImage(tesseract::TessBaseAPI& api, Pix* pix, std::string* error) {
     api.SetImage(pix);
     if (api.GetSourceYResolution() < 70) api.SetSourceResolution(300);
@@ -243,29 +323,33 @@ class TesseractRecognizer final : public TextRecognizer {
     return true;
   }
 
-  // The decoded image at a depth Tesseract takes, cropped to its content and scaled down when
-  // very large; `frame` says how it relates to the decoded image.
-  PixPtr prepared(ImageFrame* frame) const {
+  // The decoded image at a depth Tesseract takes, cropped to its content, scaled down when
+  // very large, with light-on-dark regions inverted; `frame` says how it relates to the
+  // decoded image. Sets `*blank` (and returns nothing) when the image holds no content.
+  PixPtr prepared(ImageFrame* frame, bool* blank) const {
     PixPtr pix = normalizedDepth(image_.get());
     if (!pix) return nullptr;
     const int width = pixGetWidth(pix.get()), height = pixGetHeight(pix.get());
     *frame = ImageFrame::whole(width, height);
 
     // Blank margins cost layout analysis time in proportion to their area and hold no text.
-    if (auto content = contentBox(pix.get())) {
-      const int margin = std::max(24, std::max(width, height) / 50);
-      int left = std::max(0, content->left - margin), top = std::max(0, content->top - margin);
-      int right = std::min(width, content->right + margin);
-      int bottom = std::min(height, content->bottom + margin);
-      if (int64_t(right - left) * (bottom - top) < int64_t(width) * height * 9 / 10) {
-        Box* box = boxCreate(left, top, right - left, bottom - top);
-        PixPtr cropped(pixClipRectangle(pix.get(), box, nullptr));
-        boxDestroy(&box);
-        if (cropped) {
-          pix = std::move(cropped);
-          frame->left = left, frame->top = top;
-          frame->width = right - left, frame->height = bottom - top;
-        }
+    auto content = contentBox(pix.get());
+    if (!content) {
+      *blank = true;
+      return nullptr;
+    }
+    const int margin = std::max(24, std::max(width, height) / 50);
+    int left = std::max(0, content->left - margin), top = std::max(0, content->top - margin);
+    int right = std::min(width, content->right + margin);
+    int bottom = std::min(height, content->bottom + margin);
+    if (int64_t(right - left) * (bottom - top) < int64_t(width) * height * 9 / 10) {
+      Box* box = boxCreate(left, top, right - left, bottom - top);
+      PixPtr cropped(pixClipRectangle(pix.get(), box, nullptr));
+      boxDestroy(&box);
+      if (cropped) {
+        pix = std::move(cropped);
+        frame->left = left, frame->top = top;
+        frame->width = right - left, frame->height = bottom - top;
       }
     }
 
@@ -276,15 +360,88 @@ class TesseractRecognizer final : public TextRecognizer {
       if (!pix) return nullptr;
       frame->scale = double(pixGetWidth(pix.get())) / frame->width;
     }
-    return pix;
+    return withDarkRegionsInverted(std::move(pix));
   }
 
-  // The box around every dark pixel of `pix`; nothing for a blank image.
+  // `pix` with its regions of light text on dark ground inverted (in grey), or `pix` itself
+  // when it has none. One pass over the pixels, plus a grey copy when something is inverted.
+  static PixPtr withDarkRegionsInverted(PixPtr pix) {
+    PixPtr gray(pixGetDepth(pix.get()) == 8 ? pixClone(pix.get()) : pixConvertTo8(pix.get(), 0));
+    if (!gray) return pix;
+    const int width = pixGetWidth(gray.get()), height = pixGetHeight(gray.get());
+    const l_uint32* data = pixGetData(gray.get());
+    const int wpl = pixGetWpl(gray.get());
+    // Leptonica keeps 8-bit pixels in 32-bit words, most significant byte first: copy them to
+    // plain rows in image order.
+    std::vector<uint8_t> rows(size_t(width) * height);
+    for (int y = 0; y < height; ++y) {
+      const l_uint32* line = data + size_t(y) * wpl;
+      uint8_t* out = rows.data() + size_t(y) * width;
+      for (int x = 0; x < width; ++x) out[x] = uint8_t(GET_DATA_BYTE(line, x));
+    }
+    std::vector<PixelBox> regions = darkRegions({rows.data(), width, height, size_t(width)});
+    rows = {};
+    if (regions.empty()) return pix;
+    PixPtr inverted(pixCopy(nullptr, gray.get()));
+    if (!inverted) return pix;
+    for (const PixelBox& r : regions) {
+      const int w = r.right - r.left, h = r.bottom - r.top;
+      pixRasterop(inverted.get(), r.left, r.top, w, h, PIX_NOT(PIX_DST), nullptr, 0, 0);
+      // Inverted, a panel's dark ground turns as light as the page around it, and page layout
+      // would join its lines to those beside it: a thin frame keeps the panel apart, as its
+      // edge did before.
+      if (w < width || h < height) {
+        Box* frame = boxCreate(r.left, r.top, w, h);
+        pixRenderBox(inverted.get(), frame, kPanelFrameWidth, L_CLEAR_PIXELS);
+        boxDestroy(&frame);
+      }
+    }
+    return inverted;
+  }
+
+  // The box around the content of `pix`: pixels that differ clearly from the background (its
+  // most common grey, light or dark), specks smaller than kSpeckSize each way left out;
+  // nothing for a blank image. A few cheap passes over the pixels, no recognition.
   static std::optional<PixelBox> contentBox(Pix* pix) {
-    PixPtr binary(pixGetDepth(pix) == 1 ? pixClone(pix) : pixConvertTo1(pix, 128));
+    const int width = pixGetWidth(pix), height = pixGetHeight(pix);
+    PixPtr binary;  // 1 = content
+    if (pixGetDepth(pix) == 1) {
+      binary.reset(pixClone(pix));
+      l_int32 dark = 0;
+      pixCountPixels(binary.get(), &dark, nullptr);
+      if (int64_t(dark) * 2 > int64_t(width) * height) {
+        binary.reset(pixInvert(nullptr, binary.get()));
+      }
+    } else {
+      PixPtr gray(pixGetDepth(pix) == 8    ? pixClone(pix)
+                  : pixGetDepth(pix) == 32 ? pixConvertRGBToLuminance(pix)
+                                           : pixConvertTo8(pix, 0));
+      if (!gray) return std::nullopt;
+      // Every pixel of a small image, about a million of a large one.
+      const int factor = std::max(1, int(std::sqrt(double(width) * height / 1e6)));
+      NUMA* histogram = pixGetGrayHistogram(gray.get(), factor);
+      if (histogram == nullptr) return std::nullopt;
+      l_float32 peak = 0;
+      l_int32 background = 255;
+      numaGetMax(histogram, &peak, &background);
+      numaDestroy(&histogram);
+      if (background >= 128) {
+        binary.reset(pixThresholdToBinary(gray.get(), std::max(1, background - kContentContrast)));
+      } else {
+        // 1 where darker than the threshold, that is background: invert to get the content.
+        binary.reset(
+            pixThresholdToBinary(gray.get(), std::min(256, background + kContentContrast + 1)));
+        if (binary) pixInvert(binary.get(), binary.get());
+      }
+    }
     if (!binary) return std::nullopt;
+    // What runs at least kSpeckSize pixels across or down survives one of the two openings.
+    PixPtr across(pixOpenBrick(nullptr, binary.get(), kSpeckSize, 1));
+    PixPtr down(pixOpenBrick(nullptr, binary.get(), 1, kSpeckSize));
+    if (!across || !down) return std::nullopt;
+    pixOr(across.get(), across.get(), down.get());
     Box* box = nullptr;
-    if (pixClipBoxToForeground(binary.get(), nullptr, nullptr, &box) != 0 || box == nullptr) {
+    if (pixClipBoxToForeground(across.get(), nullptr, nullptr, &box) != 0 || box == nullptr) {
       return std::nullopt;
     }
     l_int32 x = 0, y = 0, w = 0, h = 0;
@@ -393,6 +550,7 @@ class TesseractRecognizer final : public TextRecognizer {
 
   PixPtr image_;
   ImageSize size_;
+  int64_t decodeBytes_ = 0;
 };
 
 }  // namespace
