@@ -1,5 +1,6 @@
 #include "ocr/reading_shape.h"
 
+#include <cstdint>
 #include <sstream>
 #include <vector>
 
@@ -73,7 +74,19 @@ bool wordIsWordShaped(const std::string& word) {
 }  // namespace
 
 double wordShapeShare(const std::string& utf8) {
-  std::istringstream words(utf8);
+  // Typographic quotes and dashes (U+2000...U+207F, three bytes from E2 80 or E2 81) are
+  // punctuation, not letters: stand a plain quote in for them.
+  std::string text;
+  for (size_t i = 0; i < utf8.size(); ++i) {
+    if (uint8_t(utf8[i]) == 0xE2 && i + 2 < utf8.size() &&
+        (uint8_t(utf8[i + 1]) == 0x80 || uint8_t(utf8[i + 1]) == 0x81)) {
+      text += '"';
+      i += 2;
+    } else {
+      text += utf8[i];
+    }
+  }
+  std::istringstream words(text);
   std::string word;
   size_t shaped = 0, total = 0;
   while (words >> word) {

@@ -10,7 +10,8 @@ namespace tallowbrook::VisionOCR {
 // stripping surrounding punctuation, a word is word-shaped when each of its pieces between
 // hyphens and apostrophes is lower case, capitalised or all capitals, or is a number (digits
 // with inner separators, optionally followed by lower-case letters as in "1st"). Letters
-// outside ASCII count as letters without case, so text in other scripts always looks upright.
+// outside ASCII count as letters without case, so text in other scripts always looks upright;
+// typographic quotes and dashes count as punctuation.
 // Text read upside down mixes cases, digits and symbols inside words and scores low. Text
 // without letters or digits scores 0. Pure.
 double wordShapeShare(const std::string& utf8);
