@@ -8,6 +8,7 @@ namespace {
 constexpr uint8_t kDark = 128;
 constexpr double kDarkTileShare = 0.6;
 constexpr double kDarkLineShare = 0.5;
+constexpr double kPlainTileShare = 0.97;
 
 bool isDark(const GrayView& image, int x, int y) {
   return image.pixels[size_t(y) * image.stride + size_t(x)] < kDark;
@@ -55,8 +56,8 @@ bool overlap(const PixelBox& a, const PixelBox& b) {
 
 }  // namespace
 
-std::vector<PixelBox> darkRegions(const GrayView& image) {
-  std::vector<PixelBox> regions;
+std::vector<DarkRegion> darkRegions(const GrayView& image) {
+  std::vector<DarkRegion> regions;
   if (image.width <= 0 || image.height <= 0) return regions;
   const int tile = std::max(16, std::min(image.width, image.height) / 40);
   const int columns = (image.width + tile - 1) / tile, rows = (image.height + tile - 1) / tile;
@@ -67,11 +68,13 @@ std::vector<PixelBox> darkRegions(const GrayView& image) {
     int* counts = darkCount.data() + size_t(y / tile) * columns;
     for (int x = 0; x < image.width; ++x) counts[x / tile] += row[x] < kDark;
   }
-  std::vector<char> dark(darkCount.size(), 0);
+  std::vector<char> dark(darkCount.size(), 0), plain(darkCount.size(), 0);
   for (int r = 0; r < rows; ++r) {
     for (int c = 0; c < columns; ++c) {
       int w = std::min(tile, image.width - c * tile), h = std::min(tile, image.height - r * tile);
-      dark[size_t(r) * columns + c] = darkCount[size_t(r) * columns + c] >= kDarkTileShare * w * h;
+      const size_t at = size_t(r) * columns + c;
+      dark[at] = darkCount[at] >= kDarkTileShare * w * h;
+      plain[at] = darkCount[at] >= kPlainTileShare * w * h;
     }
   }
 
@@ -80,7 +83,7 @@ std::vector<PixelBox> darkRegions(const GrayView& image) {
   std::vector<int> stack;
   for (size_t start = 0; start < dark.size(); ++start) {
     if (!dark[start] || seen[start]) continue;
-    int minC = columns, minR = rows, maxC = -1, maxR = -1, count = 0;
+    int minC = columns, minR = rows, maxC = -1, maxR = -1, count = 0, plainCount = 0;
     stack.assign(1, int(start));
     seen[start] = 1;
     while (!stack.empty()) {
@@ -88,6 +91,7 @@ std::vector<PixelBox> darkRegions(const GrayView& image) {
       stack.pop_back();
       int r = at / columns, c = at % columns;
       ++count;
+      plainCount += plain[size_t(at)];
       minC = std::min(minC, c), maxC = std::max(maxC, c);
       minR = std::min(minR, r), maxR = std::max(maxR, r);
       for (int dr = -1; dr <= 1; ++dr) {
@@ -115,7 +119,9 @@ std::vector<PixelBox> darkRegions(const GrayView& image) {
                            [&](int x) { return columnShare(image, x, box.top, box.bottom); });
     box.right = settledEdge(box.right, false, reach, image.width,
                             [&](int x) { return columnShare(image, x, box.top, box.bottom); });
-    if (box.right > box.left && box.bottom > box.top) regions.push_back(box);
+    if (box.right > box.left && box.bottom > box.top) {
+      regions.push_back({box, 3 * plainCount >= count});
+    }
   }
 
   // Boxes of components that interleave may overlap: merge them, so no pixel is inverted twice.
@@ -123,11 +129,11 @@ std::vector<PixelBox> darkRegions(const GrayView& image) {
     merged = false;
     for (size_t i = 0; i < regions.size() && !merged; ++i) {
       for (size_t j = i + 1; j < regions.size() && !merged; ++j) {
-        if (!overlap(regions[i], regions[j])) continue;
-        regions[i] = {std::min(regions[i].left, regions[j].left),
-                      std::min(regions[i].top, regions[j].top),
-                      std::max(regions[i].right, regions[j].right),
-                      std::max(regions[i].bottom, regions[j].bottom)};
+        const PixelBox &a = regions[i].box, &b = regions[j].box;
+        if (!overlap(a, b)) continue;
+        regions[i].box = {std::min(a.left, b.left), std::min(a.top, b.top),
+                          std::max(a.right, b.right), std::max(a.bottom, b.bottom)};
+        regions[i].plainGround = regions[i].plainGround || regions[j].plainGround;
         regions.erase(regions.begin() + long(j));
         merged = true;
       }

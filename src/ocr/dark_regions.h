@@ -18,6 +18,14 @@ struct GrayView {
   size_t stride = 0;
 };
 
+// A region of light-on-dark content.
+struct DarkRegion {
+  PixelBox box;
+  // Whether at least a third of the region is plain dark ground (tiles without anything light
+  // on them), as in a dark window or panel; a photograph or a halftone has little.
+  bool plainGround = false;
+};
+
 // The rectangles whose background is dark: the image is cut into square tiles (about a
 // fortieth of its shorter side, at least 16 pixels); a tile whose pixels are mostly dark
 // (below 128) is background, since text covers well under half of the area it stands on.
@@ -25,7 +33,8 @@ struct GrayView {
 // that box is at least 3 tiles each way, or covers half the image; thin dark shapes such as
 // the strokes of large dark letters never qualify. Edges are then moved to the rows and
 // columns where the darkness stops, so a panel's edge is found within a pixel or two. The
-// rectangles do not overlap. Costs one read of every pixel. Pure.
-std::vector<PixelBox> darkRegions(const GrayView& image);
+// rectangles do not overlap (merged regions are plain when any of them was). Costs one read of
+// every pixel. Pure.
+std::vector<DarkRegion> darkRegions(const GrayView& image);
 
 }  // namespace tallowbrook::VisionOCR

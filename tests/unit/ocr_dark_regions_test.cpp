@@ -23,12 +23,13 @@ struct Canvas {
       for (int x = left; x + 2 <= right; x += 8) fill(x, y, x + 2, y + 14, level);
     }
   }
-  std::vector<PixelBox> regions() const {
+  std::vector<DarkRegion> regions() const {
     return darkRegions({pixels.data(), width, height, size_t(width)});
   }
 };
 
-void expectBox(const PixelBox& box, int left, int top, int right, int bottom, int slack) {
+void expectBox(const DarkRegion& region, int left, int top, int right, int bottom, int slack) {
+  const PixelBox& box = region.box;
   EXPECT_NEAR(box.left, left, slack);
   EXPECT_NEAR(box.top, top, slack);
   EXPECT_NEAR(box.right, right, slack);
@@ -60,10 +61,23 @@ TEST(DarkRegions, ADarkPanelIsFoundToItsEdges) {
   Canvas page(1600, 900, 246);
   page.text(40, 40, 600, 860, 20);
   page.fill(701, 103, 1561, 801, 30);
-  page.text(740, 160, 1500, 760, 212);
+  page.text(740, 160, 1500, 400, 212);
   auto regions = page.regions();
   ASSERT_EQ(regions.size(), 1u);
   expectBox(regions[0], 701, 103, 1561, 801, 1);
+  EXPECT_TRUE(regions[0].plainGround);
+}
+
+TEST(DarkRegions, AHalftonePhotographIsNotPlainGround) {
+  Canvas page(1600, 1200, 255);
+  page.fill(400, 300, 1200, 900, 0);
+  for (int y = 300; y < 900; y += 3) {
+    for (int x = 400 + (y / 3) % 2; x < 1200; x += 3) page.fill(x, y, x + 1, y + 1, 255);
+  }
+  auto regions = page.regions();
+  ASSERT_EQ(regions.size(), 1u);
+  expectBox(regions[0], 400, 300, 1200, 900, 2);
+  EXPECT_FALSE(regions[0].plainGround);
 }
 
 TEST(DarkRegions, TwoPanelsStaySeparate) {

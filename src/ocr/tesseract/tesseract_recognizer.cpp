@@ -46,8 +46,6 @@ constexpr int kClearlyBetterConfidence = 20;
 constexpr int kOsdCharacters = 60;
 // Pixels that differ this much from the background are content.
 constexpr int kContentContrast = 48;
-// The frame drawn around an inverted panel, in pixels.
-constexpr int kPanelFrameWidth = 2;
 // Specks smaller than this (pixels each way) are noise, not content.
 constexpr int kSpeckSize = 3;
 
@@ -147,6 +145,12 @@ std::optional<PageOrientation> detectOrientation(const std::string& dataDir, Pix
   return PageOrientation{degrees, script != nullptr ? script : ""};
 }
 
+// A dark panel of a lighter page, inverted, read on its own.
+struct Panel {
+  PixelBox box;  // in the pixels of the prepared page
+  PixPtr pix;
+};
+
 class TesseractRecognizer final : public TextRecognizer {
  public:
   TesseractRecognizer() { setMsgSeverity(L_SEVERITY_NONE); }
@@ -185,7 +189,8 @@ class TesseractRecognizer final : public TextRecognizer {
     }
     ImageFrame frame;
     bool blank = false;
-    PixPtr pix = prepared(&frame, &blank);
+    std::vector<Panel> panels;
+    PixPtr pix = prepared(&frame, &blank, &panels);
     if (blank) return true;  // nothing to read: no recognition data is even loaded
     if (!pix) {
       *error = "could not prepare the image for recognition";
@@ -237,8 +242,9 @@ class TesseractRecognizer final : public TextRecognizer {
         if (!read(api, pix.get(), 0, &upright, error)) return false;
         if (upright.characters > 0) break;
       }
-      if (upright.characters == 0) return true;
     }
+    if (upright.characters == 0)
+      return readPanels(api, frame, panels, settings, observations, error);
     Reading best = upright;
     const Pix* recognized = pix.get();  // what the engine holds the reading of
     PixPtr turned;
@@ -282,10 +288,29 @@ class TesseractRecognizer final : public TextRecognizer {
       return false;
     }
     collect(api, frame, settings.minimumTextHeightFraction, observations);
-    return true;
+    return readPanels(api, frame, panels, settings, observations, error);
   }
 
  private:
+  // Reads each panel as an image of its own, upright, after the page: its lines follow the
+  // page's, in blocks of their own.
+  static bool readPanels(tesseract::TessBaseAPI& api, const ImageFrame& page,
+                         const std::vector<Panel>& panels, const Settings& settings,
+                         std::vector<DocumentObservation>* observations, std::string* error) {
+    for (const Panel& panel : panels) {
+      api.SetPageSegMode(tesseract::PSM_AUTO);
+      if (!recognizeImage(api, panel.pix.get(), error)) return false;
+      ImageFrame frame = page;
+      frame.quarterTurns = 0;
+      frame.left += panel.box.left / page.scale;
+      frame.top += panel.box.top / page.scale;
+      frame.width = (panel.box.right - panel.box.left) / page.scale;
+      frame.height = (panel.box.bottom - panel.box.top) / page.scale;
+      collect(api, frame, settings.minimumTextHeightFraction, observations);
+    }
+    return true;
+  }
+
   // What one recognition of the image turned by `turns` quarter turns gave.
   struct Reading {
     int turns = 0;
@@ -326,7 +351,7 @@ class TesseractRecognizer final : public TextRecognizer {
   // The decoded image at a depth Tesseract takes, cropped to its content, scaled down when
   // very large, with light-on-dark regions inverted; `frame` says how it relates to the
   // decoded image. Sets `*blank` (and returns nothing) when the image holds no content.
-  PixPtr prepared(ImageFrame* frame, bool* blank) const {
+  PixPtr prepared(ImageFrame* frame, bool* blank, std::vector<Panel>* panels) const {
     PixPtr pix = normalizedDepth(image_.get());
     if (!pix) return nullptr;
     const int width = pixGetWidth(pix.get()), height = pixGetHeight(pix.get());
@@ -360,12 +385,15 @@ class TesseractRecognizer final : public TextRecognizer {
       if (!pix) return nullptr;
       frame->scale = double(pixGetWidth(pix.get())) / frame->width;
     }
-    return withDarkRegionsInverted(std::move(pix));
+    return withDarkRegionsInverted(std::move(pix), panels);
   }
 
   // `pix` with its regions of light text on dark ground inverted (in grey), or `pix` itself
-  // when it has none. One pass over the pixels, plus a grey copy when something is inverted.
-  static PixPtr withDarkRegionsInverted(PixPtr pix) {
+  // when it has none. Dark panels with plain ground within a lighter page are cut out, left
+  // white in the page, and returned inverted in `panels` to be read on their own: read with the
+  // page, their lines would join those beside them. Costs one pass over the pixels, plus a grey
+  // copy when something is inverted.
+  static PixPtr withDarkRegionsInverted(PixPtr pix, std::vector<Panel>* panels) {
     PixPtr gray(pixGetDepth(pix.get()) == 8 ? pixClone(pix.get()) : pixConvertTo8(pix.get(), 0));
     if (!gray) return pix;
     const int width = pixGetWidth(gray.get()), height = pixGetHeight(gray.get());
@@ -379,22 +407,22 @@ class TesseractRecognizer final : public TextRecognizer {
       uint8_t* out = rows.data() + size_t(y) * width;
       for (int x = 0; x < width; ++x) out[x] = uint8_t(GET_DATA_BYTE(line, x));
     }
-    std::vector<PixelBox> regions = darkRegions({rows.data(), width, height, size_t(width)});
+    std::vector<DarkRegion> regions = darkRegions({rows.data(), width, height, size_t(width)});
     rows = {};
     if (regions.empty()) return pix;
     PixPtr inverted(pixCopy(nullptr, gray.get()));
     if (!inverted) return pix;
-    for (const PixelBox& r : regions) {
+    for (const DarkRegion& region : regions) {
+      const PixelBox& r = region.box;
       const int w = r.right - r.left, h = r.bottom - r.top;
       pixRasterop(inverted.get(), r.left, r.top, w, h, PIX_NOT(PIX_DST), nullptr, 0, 0);
-      // Inverted, a panel's dark ground turns as light as the page around it, and page layout
-      // would join its lines to those beside it: a thin frame keeps the panel apart, as its
-      // edge did before.
-      if (w < width || h < height) {
-        Box* frame = boxCreate(r.left, r.top, w, h);
-        pixRenderBox(inverted.get(), frame, kPanelFrameWidth, L_CLEAR_PIXELS);
-        boxDestroy(&frame);
-      }
+      if (!region.plainGround || (w == width && h == height)) continue;
+      Box* box = boxCreate(r.left, r.top, w, h);
+      PixPtr panel(pixClipRectangle(inverted.get(), box, nullptr));
+      boxDestroy(&box);
+      if (!panel) continue;
+      pixRasterop(inverted.get(), r.left, r.top, w, h, PIX_SET, nullptr, 0, 0);
+      panels->push_back({r, std::move(panel)});
     }
     return inverted;
   }
