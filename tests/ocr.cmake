@@ -5,6 +5,7 @@ add_executable(unit-ocr-tests
   unit/ocr_languages_test.cpp
   unit/ocr_line_quad_test.cpp
   unit/ocr_lines_test.cpp
+  unit/ocr_page_split_test.cpp
   unit/ocr_reading_shape_test.cpp
   unit/ocr_settings_test.cpp
   unit/vision_ocr_test.cpp

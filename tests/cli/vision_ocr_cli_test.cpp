@@ -308,6 +308,17 @@ TEST(VisionOcr, ShortUprightLinesAreNeverFlipped) {
   }
 }
 
+TEST(VisionOcr, PagesInOneAndTwoColumnsReadInOrder) {
+  // Large pages are read in two halves on two threads where a blank band allows it; the lines
+  // must come out as whole pages read them, column by column.
+  for (const char* name : {"one-column", "two-column"}) {
+    std::string base = kImages + "/rendered/" + name;
+    auto report = recognize(base + ".png");
+    expectWellFormedLines(report);
+    EXPECT_LE(characterErrorRate(joined(report), slurp(base + ".gt.txt")), 0.01) << name;
+  }
+}
+
 // Every corpus image with a ground truth, inverted and turned by a quarter, a half and three
 // quarters, reads as well as the image itself.
 class CorpusVariants : public testing::TestWithParam<std::string> {};

@@ -1,6 +1,7 @@
 // The text recogniser on Tesseract 5 (LSTM engine), images through Leptonica. Built into the
 // ocr module, so only vision-ocr loads these libraries.
 #include <dirent.h>
+#include <sched.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -10,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <leptonica/allheaders.h>
@@ -21,6 +23,7 @@
 #include "ocr/decode_budget.h"
 #include "ocr/languages.h"
 #include "ocr/line_quad.h"
+#include "ocr/page_split.h"
 #include "ocr/reading_shape.h"
 #include "ocr/text_recognizer.h"
 
@@ -46,6 +49,8 @@ constexpr int kClearlyBetterConfidence = 20;
 constexpr int kOsdCharacters = 60;
 // Pixels that differ this much from the background are content.
 constexpr int kContentContrast = 48;
+// Pages of at least this many pixels are worth cutting in two for two threads.
+constexpr int64_t kSplitPixels = 2'000'000;
 // Specks smaller than this (pixels each way) are noise, not content.
 constexpr int kSpeckSize = 3;
 
@@ -212,20 +217,39 @@ class TesseractRecognizer final : public TextRecognizer {
 
     std::string joined;
     for (const auto& language : languages) joined += (joined.empty() ? "" : "+") + language;
-    // Language correction is the dictionaries; without it the recogniser reads characters only.
-    const char* dictionaries = settings.useLanguageCorrection ? "1" : "0";
-    std::vector<std::string> names = {"debug_file", "load_system_dawg", "load_freq_dawg"};
-    std::vector<std::string> values = {"/dev/null", dictionaries, dictionaries};
     tesseract::TessBaseAPI api;
-    if (api.Init(dataDir.c_str(), joined.c_str(), tesseract::OEM_LSTM_ONLY, nullptr, 0, &names,
-                 &values, false) != 0) {
-      *error = "could not load the recognition data for " + joined + " from " + dataDir;
-      return false;
+    if (!initEngine(api, dataDir, joined, settings, error)) return false;
+
+    // A large page with a blank band across it is read as two halves on two threads, each
+    // with an engine of its own (the second loads while the first reads). When the halves
+    // read as plausible upright text, that is the reading; otherwise the page is read whole
+    // below, to find its orientation.
+    std::vector<Panel> parts = availableCores() >= 2 ? halves(pix.get()) : std::vector<Panel>();
+    if (parts.size() == 2) {
+      tesseract::TessBaseAPI second;
+      Reading firstReading, secondReading;
+      bool secondRead = false;
+      std::string secondError;
+      std::thread worker([&] {
+        SilencedStderr quietToo;
+        secondRead = initEngine(second, dataDir, joined, settings, &secondError) &&
+                     read(second, parts[1].pix.get(), 0, &secondReading, &secondError);
+      });
+      const bool firstRead = read(api, parts[0].pix.get(), 0, &firstReading, error);
+      worker.join();
+      if (!firstRead) return false;
+      if (!secondRead) {
+        *error = secondError;
+        return false;
+      }
+      if (plausibleUpright(combined(firstReading, secondReading))) {
+        collect(api, partFrame(frame, parts[0].box), settings.minimumTextHeightFraction,
+                observations);
+        collect(second, partFrame(frame, parts[1].box), settings.minimumTextHeightFraction,
+                observations);
+        return readPanels(api, frame, panels, settings, observations, error);
+      }
     }
-    api.SetPageSegMode(tesseract::PSM_AUTO);
-    // Light text on dark backgrounds was inverted before recognition, region by region, so
-    // Tesseract's own second pass over every doubtful word in inverted form is not needed.
-    api.SetVariable("tessedit_do_invert", "0");
 
     // Most images are upright and read well as they are. Turning is tried only for a reading
     // that is not plausible upright (confident and word-shaped), and a turned reading wins only
@@ -292,6 +316,67 @@ class TesseractRecognizer final : public TextRecognizer {
   }
 
  private:
+  // What one recognition of the image turned by `turns` quarter turns gave.
+  struct Reading {
+    int turns = 0;
+    int confidence = 0;  // mean word confidence, 0-100
+    double shape = 0;    // wordShapeShare of the text
+    int characters = 0;  // letters and digits
+    std::string text;
+  };
+
+  // Loads the recognition data for `languages` ("eng+deu") into `api`; fails with a sentence.
+  static bool initEngine(tesseract::TessBaseAPI& api, const std::string& dataDir,
+                         const std::string& languages, const Settings& settings,
+                         std::string* error) {
+    // Language correction is the dictionaries; without it the recogniser reads characters only.
+    const char* dictionaries = settings.useLanguageCorrection ? "1" : "0";
+    std::vector<std::string> names = {"debug_file", "load_system_dawg", "load_freq_dawg"};
+    std::vector<std::string> values = {"/dev/null", dictionaries, dictionaries};
+    if (api.Init(dataDir.c_str(), languages.c_str(), tesseract::OEM_LSTM_ONLY, nullptr, 0, &names,
+                 &values, false) != 0) {
+      *error = "could not load the recognition data for " + languages + " from " + dataDir;
+      return false;
+    }
+    api.SetPageSegMode(tesseract::PSM_AUTO);
+    // Light text on dark backgrounds was inverted before recognition, region by region, so
+    // Tesseract's own second pass over every doubtful word in inverted form is not needed.
+    api.SetVariable("tessedit_do_invert", "0");
+    return true;
+  }
+
+  // The processors this process may run on.
+  static int availableCores() {
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    if (sched_getaffinity(0, sizeof(set), &set) != 0) return 1;
+    return CPU_COUNT(&set);
+  }
+
+  // Two parts' readings as one: confidence weighed by characters, shapes of all the words.
+  static Reading combined(const Reading& a, const Reading& b) {
+    Reading both;
+    both.text = a.text + "\n" + b.text;
+    both.characters = a.characters + b.characters;
+    both.confidence =
+        both.characters == 0
+            ? 0
+            : (a.confidence * a.characters + b.confidence * b.characters) / both.characters;
+    both.shape = wordShapeShare(both.text);
+    return both;
+  }
+
+  // The frame of the part `box` (in prepared pixels, unturned) of the page framed by `page`.
+  static ImageFrame partFrame(const ImageFrame& page, const PixelBox& box) {
+    ImageFrame frame = page;
+    frame.quarterTurns = 0;
+    frame.left += box.left / page.scale;
+    frame.top += box.top / page.scale;
+    frame.width = (box.right - box.left) / page.scale;
+    frame.height = (box.bottom - box.top) / page.scale;
+    return frame;
+  }
+
   // Reads each panel as an image of its own, upright, after the page: its lines follow the
   // page's, in blocks of their own.
   static bool readPanels(tesseract::TessBaseAPI& api, const ImageFrame& page,
@@ -300,24 +385,10 @@ class TesseractRecognizer final : public TextRecognizer {
     for (const Panel& panel : panels) {
       api.SetPageSegMode(tesseract::PSM_AUTO);
       if (!recognizeImage(api, panel.pix.get(), error)) return false;
-      ImageFrame frame = page;
-      frame.quarterTurns = 0;
-      frame.left += panel.box.left / page.scale;
-      frame.top += panel.box.top / page.scale;
-      frame.width = (panel.box.right - panel.box.left) / page.scale;
-      frame.height = (panel.box.bottom - panel.box.top) / page.scale;
-      collect(api, frame, settings.minimumTextHeightFraction, observations);
+      collect(api, partFrame(page, panel.box), settings.minimumTextHeightFraction, observations);
     }
     return true;
   }
-
-  // What one recognition of the image turned by `turns` quarter turns gave.
-  struct Reading {
-    int turns = 0;
-    int confidence = 0;  // mean word confidence, 0-100
-    double shape = 0;    // wordShapeShare of the text
-    int characters = 0;  // letters and digits
-  };
 
   static bool plausibleUpright(const Reading& reading) {
     return reading.confidence >= kUprightConfidence && reading.shape >= kPlausibleShape;
@@ -327,7 +398,8 @@ class TesseractRecognizer final : public TextRecognizer {
                    std::string* error) {
     if (!recognizeImage(api, pix, error)) return false;
     std::unique_ptr<char[]> text(api.GetUTF8Text());
-    const std::string utf8 = text ? text.get() : "";
+    reading->text = text ? text.get() : "";
+    const std::string& utf8 = reading->text;
     reading->turns = turns;
     reading->confidence = api.MeanTextConf();
     reading->shape = wordShapeShare(utf8);
@@ -427,10 +499,10 @@ class TesseractRecognizer final : public TextRecognizer {
     return inverted;
   }
 
-  // The box around the content of `pix`: pixels that differ clearly from the background (its
-  // most common grey, light or dark), specks smaller than kSpeckSize each way left out;
-  // nothing for a blank image. A few cheap passes over the pixels, no recognition.
-  static std::optional<PixelBox> contentBox(Pix* pix) {
+  // The content of `pix` as a one-bit mask: pixels that differ clearly from the background (its
+  // most common grey, light or dark), specks smaller than kSpeckSize each way left out. A few
+  // cheap passes over the pixels, no recognition.
+  static PixPtr contentMask(Pix* pix) {
     const int width = pixGetWidth(pix), height = pixGetHeight(pix);
     PixPtr binary;  // 1 = content
     if (pixGetDepth(pix) == 1) {
@@ -444,11 +516,11 @@ class TesseractRecognizer final : public TextRecognizer {
       PixPtr gray(pixGetDepth(pix) == 8    ? pixClone(pix)
                   : pixGetDepth(pix) == 32 ? pixConvertRGBToLuminance(pix)
                                            : pixConvertTo8(pix, 0));
-      if (!gray) return std::nullopt;
+      if (!gray) return nullptr;
       // Every pixel of a small image, about a million of a large one.
       const int factor = std::max(1, int(std::sqrt(double(width) * height / 1e6)));
       NUMA* histogram = pixGetGrayHistogram(gray.get(), factor);
-      if (histogram == nullptr) return std::nullopt;
+      if (histogram == nullptr) return nullptr;
       l_float32 peak = 0;
       l_int32 background = 255;
       numaGetMax(histogram, &peak, &background);
@@ -462,20 +534,62 @@ class TesseractRecognizer final : public TextRecognizer {
         if (binary) pixInvert(binary.get(), binary.get());
       }
     }
-    if (!binary) return std::nullopt;
+    if (!binary) return nullptr;
     // What runs at least kSpeckSize pixels across or down survives one of the two openings.
     PixPtr across(pixOpenBrick(nullptr, binary.get(), kSpeckSize, 1));
     PixPtr down(pixOpenBrick(nullptr, binary.get(), 1, kSpeckSize));
-    if (!across || !down) return std::nullopt;
+    if (!across || !down) return nullptr;
     pixOr(across.get(), across.get(), down.get());
+    return across;
+  }
+
+  // The box around the content of `pix` (see contentMask); nothing for a blank image.
+  static std::optional<PixelBox> contentBox(Pix* pix) {
+    PixPtr mask = contentMask(pix);
+    if (!mask) return std::nullopt;
     Box* box = nullptr;
-    if (pixClipBoxToForeground(across.get(), nullptr, nullptr, &box) != 0 || box == nullptr) {
+    if (pixClipBoxToForeground(mask.get(), nullptr, nullptr, &box) != 0 || box == nullptr) {
       return std::nullopt;
     }
     l_int32 x = 0, y = 0, w = 0, h = 0;
     boxGetGeometry(box, &x, &y, &w, &h);
     boxDestroy(&box);
     return PixelBox{x, y, x + w, y + h};
+  }
+
+  // `pix` cut in two (see pageSplit) when it is large enough for two threads to pay, with
+  // each part's box; nothing otherwise. The mask is reduced fourfold each way first.
+  static std::vector<Panel> halves(Pix* pix) {
+    std::vector<Panel> parts;
+    const int width = pixGetWidth(pix), height = pixGetHeight(pix);
+    if (int64_t(width) * height < kSplitPixels) return parts;
+    PixPtr mask = contentMask(pix);
+    if (!mask) return parts;
+    PixPtr reduced(pixReduceRankBinaryCascade(mask.get(), 1, 1, 0, 0));
+    if (!reduced) return parts;
+    const int w = pixGetWidth(reduced.get()), h = pixGetHeight(reduced.get());
+    const l_uint32* data = pixGetData(reduced.get());
+    const int wpl = pixGetWpl(reduced.get());
+    std::vector<uint8_t> bytes(size_t(w) * h);
+    for (int y = 0; y < h; ++y) {
+      for (int x = 0; x < w; ++x) {
+        bytes[size_t(y) * w + x] = uint8_t(GET_DATA_BIT(data + size_t(y) * wpl, x));
+      }
+    }
+    auto split = pageSplit({bytes.data(), w, h, size_t(w)}, std::max(3, w / 100), 2);
+    if (!split) return parts;
+    const int at = std::min(split->vertical ? width : height, split->at * 4);
+    const PixelBox first = split->vertical ? PixelBox{0, 0, at, height} : PixelBox{0, 0, width, at};
+    const PixelBox second =
+        split->vertical ? PixelBox{at, 0, width, height} : PixelBox{0, at, width, height};
+    for (const PixelBox& r : {first, second}) {
+      Box* box = boxCreate(r.left, r.top, r.right - r.left, r.bottom - r.top);
+      PixPtr part(pixClipRectangle(pix, box, nullptr));
+      boxDestroy(&box);
+      if (!part) return {};
+      parts.push_back({r, std::move(part)});
+    }
+    return parts;
   }
 
   // The data names to recognise with, in priority order; fails naming a language without data.
