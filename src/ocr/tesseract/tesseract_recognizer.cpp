@@ -25,6 +25,7 @@
 #include "ocr/line_quad.h"
 #include "ocr/page_split.h"
 #include "ocr/reading_shape.h"
+#include "ocr/tesseract/png_gray_reader.h"
 #include "ocr/text_recognizer.h"
 
 namespace tallowbrook::VisionOCR {
@@ -173,7 +174,8 @@ class TesseractRecognizer final : public TextRecognizer {
     size_ = *size;
     decodeBytes_ = decodeBytes({width, height, bps, spp, colormap != 0});
     if (decodeBytes_ > kMaxDecodeBytes) return true;  // refused when recognising
-    Pix* decoded = pixRead(path.c_str());
+    Pix* decoded = format == IFF_PNG ? readGrayPng(path) : nullptr;
+    if (decoded == nullptr) decoded = pixRead(path.c_str());
     if (decoded == nullptr) return false;
     image_.reset(decoded);
     size->width = pixGetWidth(decoded);
@@ -430,6 +432,10 @@ class TesseractRecognizer final : public TextRecognizer {
     *frame = ImageFrame::whole(width, height);
 
     // Blank margins cost layout analysis time in proportion to their area and hold no text.
+    if (plainlyBlank(pix.get())) {
+      *blank = true;
+      return nullptr;
+    }
     auto content = contentBox(pix.get());
     if (!content) {
       *blank = true;
@@ -499,6 +505,55 @@ class TesseractRecognizer final : public TextRecognizer {
     return inverted;
   }
 
+  // The most common grey of an 8-bit `pix`: every pixel of a small image, about a million of a
+  // large one.
+  static int background(Pix* gray) {
+    const int width = pixGetWidth(gray), height = pixGetHeight(gray);
+    const int factor = std::max(1, int(std::sqrt(double(width) * height / 1e6)));
+    NUMA* histogram = pixGetGrayHistogram(gray, factor);
+    if (histogram == nullptr) return 255;
+    l_float32 peak = 0;
+    l_int32 level = 255;
+    numaGetMax(histogram, &peak, &level);
+    numaDestroy(&histogram);
+    return level;
+  }
+
+  // Whether `pix` is one flat level throughout: one bit images all white or all black, grey
+  // ones without a pixel kContentContrast from the background. One quick pass over the bytes,
+  // for the common case of an empty page; other images are left to contentBox.
+  static bool plainlyBlank(Pix* pix) {
+    const int width = pixGetWidth(pix), height = pixGetHeight(pix);
+    if (pixGetDepth(pix) == 1) {
+      l_int32 dark = 0;
+      pixCountPixels(pix, &dark, nullptr);
+      return dark == 0 || int64_t(dark) == int64_t(width) * height;
+    }
+    if (pixGetDepth(pix) != 8 || pixGetColormap(pix) != nullptr) return false;
+    const int level = background(pix);
+    const uint8_t low = uint8_t(std::max(0, level - kContentContrast));
+    const uint8_t high = uint8_t(std::min(255, level + kContentContrast));
+    const l_uint32* data = pixGetData(pix);
+    const int wpl = pixGetWpl(pix), words = width / 4;
+    for (int y = 0; y < height; ++y) {
+      const l_uint32* line = data + size_t(y) * wpl;
+      // The order of the bytes within a word does not matter to a minimum or a maximum.
+      const auto* bytes = reinterpret_cast<const uint8_t*>(line);
+      uint8_t least = 255, most = 0;
+      for (int i = 0; i < 4 * words; ++i) {
+        least = std::min(least, bytes[i]);
+        most = std::max(most, bytes[i]);
+      }
+      for (int x = 4 * words; x < width; ++x) {
+        const auto value = uint8_t(GET_DATA_BYTE(line, x));
+        least = std::min(least, value);
+        most = std::max(most, value);
+      }
+      if (least < low || most > high) return false;
+    }
+    return true;
+  }
+
   // The content of `pix` as a one-bit mask: pixels that differ clearly from the background (its
   // most common grey, light or dark), specks smaller than kSpeckSize each way left out. A few
   // cheap passes over the pixels, no recognition.
@@ -517,14 +572,7 @@ class TesseractRecognizer final : public TextRecognizer {
                   : pixGetDepth(pix) == 32 ? pixConvertRGBToLuminance(pix)
                                            : pixConvertTo8(pix, 0));
       if (!gray) return nullptr;
-      // Every pixel of a small image, about a million of a large one.
-      const int factor = std::max(1, int(std::sqrt(double(width) * height / 1e6)));
-      NUMA* histogram = pixGetGrayHistogram(gray.get(), factor);
-      if (histogram == nullptr) return nullptr;
-      l_float32 peak = 0;
-      l_int32 background = 255;
-      numaGetMax(histogram, &peak, &background);
-      numaDestroy(&histogram);
+      const int background = TesseractRecognizer::background(gray.get());
       if (background >= 128) {
         binary.reset(pixThresholdToBinary(gray.get(), std::max(1, background - kContentContrast)));
       } else {
