@@ -8,6 +8,7 @@
 #include <cctype>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <optional>
 #include <string>
@@ -466,28 +467,68 @@ class TesseractRecognizer final : public TextRecognizer {
     return withDarkRegionsInverted(std::move(pix), panels);
   }
 
+  // A grey image to find dark regions in, halved each way when `pix` is large (the regions are
+  // tiles of tens of pixels; an edge is then found within `*factor` pixels).
+  static PixPtr analysisGray(Pix* pix, int* factor) {
+    const bool large = int64_t(pixGetWidth(pix)) * pixGetHeight(pix) > kSplitPixels;
+    *factor = large ? 2 : 1;
+    if (pixGetDepth(pix) == 1) return PixPtr(large ? pixScaleToGray2(pix) : pixConvertTo8(pix, 0));
+    PixPtr gray(pixGetDepth(pix) == 8    ? pixClone(pix)
+                : pixGetDepth(pix) == 32 ? pixConvertRGBToLuminance(pix)
+                                         : pixConvertTo8(pix, 0));
+    if (!gray || !large) return gray;
+    return PixPtr(pixScaleAreaMap2(gray.get()));
+  }
+
+  // The pixels of an 8-bit `pix`, row after row, one byte each.
+  static std::vector<uint8_t> grayBytes(Pix* pix) {
+    const int width = pixGetWidth(pix), height = pixGetHeight(pix), wpl = pixGetWpl(pix);
+    const l_uint32* data = pixGetData(pix);
+    std::vector<uint8_t> bytes(size_t(width) * height);
+    for (int y = 0; y < height; ++y) {
+      const l_uint32* line = data + size_t(y) * wpl;
+      uint8_t* out = bytes.data() + size_t(y) * width;
+      // Leptonica keeps four pixels in a 32-bit word, the first in its most significant byte.
+      const int words = width / 4;
+      for (int i = 0; i < words; ++i) {
+        uint32_t word = line[i];
+#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+        word = __builtin_bswap32(word);
+#endif
+        std::memcpy(out + 4 * size_t(i), &word, 4);
+      }
+      for (int x = 4 * words; x < width; ++x) out[x] = uint8_t(GET_DATA_BYTE(line, x));
+    }
+    return bytes;
+  }
+
   // `pix` with its regions of light text on dark ground inverted (in grey), or `pix` itself
   // when it has none. Dark panels with plain ground within a lighter page are cut out, left
   // white in the page, and returned inverted in `panels` to be read on their own: read with the
   // page, their lines would join those beside them. Costs one pass over the pixels, plus a grey
   // copy when something is inverted.
   static PixPtr withDarkRegionsInverted(PixPtr pix, std::vector<Panel>* panels) {
+    int factor = 1;
+    std::vector<DarkRegion> regions;
+    {
+      PixPtr small = analysisGray(pix.get(), &factor);
+      if (!small) return pix;
+      const int w = pixGetWidth(small.get()), h = pixGetHeight(small.get());
+      std::vector<uint8_t> rows = grayBytes(small.get());
+      regions = darkRegions({rows.data(), w, h, size_t(w)});
+    }
+    if (regions.empty()) return pix;
     PixPtr gray(pixGetDepth(pix.get()) == 8 ? pixClone(pix.get()) : pixConvertTo8(pix.get(), 0));
     if (!gray) return pix;
     const int width = pixGetWidth(gray.get()), height = pixGetHeight(gray.get());
-    const l_uint32* data = pixGetData(gray.get());
-    const int wpl = pixGetWpl(gray.get());
-    // Leptonica keeps 8-bit pixels in 32-bit words, most significant byte first: copy them to
-    // plain rows in image order.
-    std::vector<uint8_t> rows(size_t(width) * height);
-    for (int y = 0; y < height; ++y) {
-      const l_uint32* line = data + size_t(y) * wpl;
-      uint8_t* out = rows.data() + size_t(y) * width;
-      for (int x = 0; x < width; ++x) out[x] = uint8_t(GET_DATA_BYTE(line, x));
+    for (DarkRegion& region : regions) {
+      PixelBox& r = region.box;
+      r = {r.left * factor, r.top * factor, std::min(width, r.right * factor),
+           std::min(height, r.bottom * factor)};
+      // A region that reached the analysed image's edge reaches the page's.
+      if (r.right >= width - factor) r.right = width;
+      if (r.bottom >= height - factor) r.bottom = height;
     }
-    std::vector<DarkRegion> regions = darkRegions({rows.data(), width, height, size_t(width)});
-    rows = {};
-    if (regions.empty()) return pix;
     PixPtr inverted(pixCopy(nullptr, gray.get()));
     if (!inverted) return pix;
     for (const DarkRegion& region : regions) {
