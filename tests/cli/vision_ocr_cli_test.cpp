@@ -44,11 +44,14 @@ double characterErrorRate(const std::string& text, const std::string& truth) {
   return double(previous[b.size()]) / double(std::max<size_t>(1, b.size()));
 }
 
-// Runs vision-ocr and returns its one report; expects status 0 and a silent stderr.
+// Runs vision-ocr and returns its one report; expects status 0 and a silent stderr. Large
+// scanned pages take seconds each, many more on a loaded machine: two minutes before giving up.
 nlohmann::json recognize(const std::string& path, std::vector<std::string> options = {}) {
   std::vector<std::string> words{"vision-ocr", path};
   words.insert(words.end(), options.begin(), options.end());
-  auto run = runHelper(words);
+  RunOptions patient;
+  patient.timeoutMs = 120000;
+  auto run = runHelper(words, patient);
   EXPECT_EQ(run.status, 0) << run.out;
   EXPECT_EQ(run.err, "");
   auto lines = jsonLines(run.out);
