@@ -12,6 +12,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -233,13 +234,20 @@ class TesseractRecognizer final : public TextRecognizer {
       Reading firstReading, secondReading;
       bool secondRead = false;
       std::string secondError;
-      std::thread worker([&] {
-        SilencedStderr quietToo;
+      // Standard error stays silenced by `quiet` (process-wide) until the worker has joined.
+      // Without a thread to be had, the second half is read after the first.
+      auto readSecond = [&] {
         secondRead = initEngine(second, dataDir, joined, settings, &secondError) &&
                      read(second, parts[1].pix.get(), 0, &secondReading, &secondError);
-      });
+      };
+      std::thread worker;
+      try {
+        worker = std::thread(readSecond);
+      } catch (const std::system_error&) {
+        readSecond();
+      }
       const bool firstRead = read(api, parts[0].pix.get(), 0, &firstReading, error);
-      worker.join();
+      if (worker.joinable()) worker.join();
       if (!firstRead) return false;
       if (!secondRead) {
         *error = secondError;
