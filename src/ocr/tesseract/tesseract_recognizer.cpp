@@ -225,12 +225,13 @@ class TesseractRecognizer final : public TextRecognizer {
     if (!initEngine(api, dataDir, joined, settings, error)) return false;
 
     // A large page with a blank band across it is read as two halves on two threads, each
-    // with an engine of its own (the second loads while the first reads). When the halves
-    // read as plausible upright text, that is the reading; otherwise the page is read whole
-    // below, to find its orientation.
+    // with an engine of its own (the second loads while the first reads). That reading stands
+    // for the page as it is upright in what follows, and is the result unless a turn wins.
     std::vector<Panel> parts = availableCores() >= 2 ? halves(pix.get()) : std::vector<Panel>();
+    tesseract::TessBaseAPI second;
+    bool halvesRead = false;
+    Reading upright;
     if (parts.size() == 2) {
-      tesseract::TessBaseAPI second;
       Reading firstReading, secondReading;
       bool secondRead = false;
       std::string secondError;
@@ -253,13 +254,8 @@ class TesseractRecognizer final : public TextRecognizer {
         *error = secondError;
         return false;
       }
-      if (plausibleUpright(combined(firstReading, secondReading))) {
-        collect(api, partFrame(frame, parts[0].box), settings.minimumTextHeightFraction,
-                observations);
-        collect(second, partFrame(frame, parts[1].box), settings.minimumTextHeightFraction,
-                observations);
-        return readPanels(api, frame, panels, settings, observations, error);
-      }
+      upright = combined(firstReading, secondReading);
+      halvesRead = true;
     }
 
     // Most images are upright and read well as they are. Turning is tried only for a reading
@@ -267,11 +263,11 @@ class TesseractRecognizer final : public TextRecognizer {
     // when it is clearly better, not merely a little more confident: short upright lines of
     // names or codes read with modest confidence, and text upside down can read as confident
     // nonsense. Orientation detection decides where there is enough text for it.
-    Reading upright;
-    if (!read(api, pix.get(), 0, &upright, error)) return false;
+    if (!halvesRead && !read(api, pix.get(), 0, &upright, error)) return false;
     if (upright.characters == 0) {
       // Page segmentation found nothing: a lone character, number or label. Sparse text
       // segmentation finds what stands alone; a single line is the last resort.
+      halvesRead = false;
       for (auto mode : {tesseract::PSM_SPARSE_TEXT, tesseract::PSM_SINGLE_LINE}) {
         api.SetPageSegMode(mode);
         if (!read(api, pix.get(), 0, &upright, error)) return false;
@@ -281,7 +277,8 @@ class TesseractRecognizer final : public TextRecognizer {
     if (upright.characters == 0)
       return readPanels(api, frame, panels, settings, observations, error);
     Reading best = upright;
-    const Pix* recognized = pix.get();  // what the engine holds the reading of
+    // What the engine holds the reading of.
+    const Pix* recognized = halvesRead ? parts[0].pix.get() : pix.get();
     PixPtr turned;
     auto tryTurn = [&](int turns, bool trusted) -> bool {
       if (turns == best.turns || turns == upright.turns) return true;
@@ -315,6 +312,17 @@ class TesseractRecognizer final : public TextRecognizer {
       // Tesseract itself turns lines that run up or down the page, one way or the other; half
       // a turn more rights those it turned the wrong way, and pages upside down.
       if (!plausibleUpright(best) && !tryTurn(2, false)) return false;
+    }
+    if (best.turns == 0 && halvesRead) {
+      // The halves' reading stands: the first engine may hold a turned reading by now.
+      if (recognized != parts[0].pix.get() && !recognizeImage(api, parts[0].pix.get(), error)) {
+        return false;
+      }
+      collect(api, partFrame(frame, parts[0].box), settings.minimumTextHeightFraction,
+              observations);
+      collect(second, partFrame(frame, parts[1].box), settings.minimumTextHeightFraction,
+              observations);
+      return readPanels(api, frame, panels, settings, observations, error);
     }
     frame.quarterTurns = best.turns;
     // Leave the engine holding the best reading.
