@@ -681,7 +681,9 @@ class TesseractRecognizer final : public TextRecognizer {
         bytes[size_t(y) * w + x] = uint8_t(GET_DATA_BIT(data + size_t(y) * wpl, x));
       }
     }
-    auto split = pageSplit({bytes.data(), w, h, size_t(w)}, std::max(3, w / 100), 2);
+    // A gutter between columns is 2% of the width or more; the gaps between words of text
+    // are narrower.
+    auto split = pageSplit({bytes.data(), w, h, size_t(w)}, std::max(3, w / 50), 2);
     if (!split) return parts;
     const int at = std::min(split->vertical ? width : height, split->at * 4);
     const PixelBox first = split->vertical ? PixelBox{0, 0, at, height} : PixelBox{0, 0, width, at};
