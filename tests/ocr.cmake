@@ -1,9 +1,13 @@
 # Text recognition tests.
 add_executable(ocr-unit-tests
+  unit/ocr_dark_regions_test.cpp
+  unit/ocr_decode_budget_test.cpp
   unit/ocr_geometry_test.cpp
   unit/ocr_languages_test.cpp
   unit/ocr_line_quad_test.cpp
   unit/ocr_lines_test.cpp
+  unit/ocr_page_split_test.cpp
+  unit/ocr_reading_shape_test.cpp
   unit/ocr_self_test_test.cpp
   unit/ocr_settings_test.cpp
   unit/vision_ocr_test.cpp
@@ -18,6 +22,7 @@ set(OCR_IMAGES_DIR ${CMAKE_CURRENT_BINARY_DIR}/ocr-images)
 add_custom_command(
   OUTPUT ${OCR_IMAGES_DIR}/stamp
   COMMAND /usr/bin/python3 ${CMAKE_CURRENT_SOURCE_DIR}/fixtures/ocr_images.py ${OCR_IMAGES_DIR}
+          ${PROJECT_SOURCE_DIR}/../shared/corpora/ocr/tesseract-test
   COMMAND ${CMAKE_COMMAND} -E touch ${OCR_IMAGES_DIR}/stamp
   DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/fixtures/ocr_images.py
   COMMENT "Rendering OCR test images")

@@ -24,10 +24,9 @@ class TextRecognizer {
   // missing or not an image this recogniser can decode.
   virtual bool open(const std::string& path, ImageSize* size) = 0;
 
-  // Recognises the text of the opened image. On failure returns false with a sentence for the
-  // user in `*error`.
-  virtual bool recognize(const Settings& settings, std::vector<DocumentObservation>* observations,
-                         std::string* error) = 0;
+  // The text of the opened image. Throws Error with a sentence for the user when it cannot be
+  // recognised.
+  virtual std::vector<DocumentObservation> recognize(const Settings& settings) = 0;
 };
 
 // The entry a recogniser module exports: a new recogniser owned by the caller.

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "base/args.h"
+#include "base/error.h"
 #include "base/fail.h"
 #include "base/module.h"
 #include "ocr/report.h"
@@ -29,11 +30,13 @@ void recognizeAndReport(const std::string& path, const Settings& settings,
   if (!recognizer.open(path, &size)) fail("could not read an image at " + path);
 
   std::vector<DocumentObservation> observations;
-  std::string error;
   auto start = std::chrono::steady_clock::now();
-  bool recognized = recognizer.recognize(settings, &observations, &error);
+  try {
+    observations = recognizer.recognize(settings);
+  } catch (const Error& error) {
+    fail("Vision failed: " + error.message());
+  }
   auto end = std::chrono::steady_clock::now();
-  if (!recognized) fail("Vision failed: " + error);
 
   double elapsedMs = std::chrono::duration<double, std::milli>(end - start).count();
   writeJsonLine(report(settings, size, elapsedMs, collectLines(observations)));

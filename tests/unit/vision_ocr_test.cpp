@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include "base/error.h"
 #include "base/out.h"
 #include "stdout_capture.h"
 
@@ -25,15 +26,10 @@ class FakeRecognizer : public TextRecognizer {
     *size = {800, 600};
     return opens;
   }
-  bool recognize(const Settings& settings, std::vector<DocumentObservation>* out,
-                 std::string* error) override {
+  std::vector<DocumentObservation> recognize(const Settings& settings) override {
     seen = settings;
-    if (!succeeds) {
-      *error = failure;
-      return false;
-    }
-    *out = result;
-    return true;
+    if (!succeeds) throw Error(failure);
+    return result;
   }
 };
 

@@ -1,30 +1,39 @@
 // The text recogniser on Tesseract 5 (LSTM engine), images through Leptonica. Built into the
 // ocr module, so only vision-ocr loads these libraries.
 #include <dirent.h>
+#include <sched.h>
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <optional>
 #include <string>
+#include <system_error>
+#include <thread>
 #include <vector>
 
 #include <leptonica/allheaders.h>
 #include <tesseract/baseapi.h>
 #include <tesseract/resultiterator.h>
 
+#include "base/error.h"
 #include "base/silenced_stderr.h"
+#include "ocr/dark_regions.h"
+#include "ocr/decode_budget.h"
 #include "ocr/languages.h"
 #include "ocr/line_quad.h"
+#include "ocr/page_split.h"
+#include "ocr/reading_shape.h"
+#include "ocr/tesseract/png_gray_reader.h"
 #include "ocr/text_recognizer.h"
 
 namespace tallowbrook::VisionOCR {
 namespace {
 
-// Larger images are refused: decoding alone would take gigabytes.
-constexpr int64_t kMaxImagePixels = 100'000'000;
 // Larger images are scaled down before recognition, which bounds Tesseract's memory; text on
 // such pages is still several times the size the recogniser needs.
 constexpr int64_t kMaxRecognitionPixels = 36'000'000;
@@ -32,6 +41,22 @@ constexpr int64_t kMaxRecognitionPixels = 36'000'000;
 constexpr size_t kMaxDetectedLanguages = 3;
 // Upright pages read with a mean word confidence far above this; turned ones far below.
 constexpr int kUprightConfidence = 60;
+// A reading read with kUprightConfidence whose word shapes score this much (see wordShapeShare)
+// is plausible upright text, and is never turned.
+constexpr double kPlausibleShape = 0.5;
+// A turned reading replaces the upright one only when its word shapes score this much more,
+// or when they score no worse (within kShapeTolerance) and its confidence is this much higher.
+constexpr double kClearlyBetterShape = 0.25;
+constexpr double kShapeTolerance = 0.05;
+constexpr int kClearlyBetterConfidence = 20;
+// Orientation detection decides only on pages with at least this many letters and digits.
+constexpr int kOsdCharacters = 60;
+// Pixels that differ this much from the background are content.
+constexpr int kContentContrast = 48;
+// Pages of at least this many pixels are worth cutting in two for two threads.
+constexpr int64_t kSplitPixels = 2'000'000;
+// Specks smaller than this (pixels each way) are noise, not content.
+constexpr int kSpeckSize = 3;
 
 struct PixDeleter {
   void operator()(Pix* pix) const { pixDestroy(&pix); }
@@ -129,6 +154,12 @@ std::optional<PageOrientation> detectOrientation(const std::string& dataDir, Pix
   return PageOrientation{degrees, script != nullptr ? script : ""};
 }
 
+// A dark panel of a lighter page, inverted, read on its own.
+struct Panel {
+  PixelBox box;  // in the pixels of the prepared page
+  PixPtr pix;
+};
+
 class TesseractRecognizer final : public TextRecognizer {
  public:
   TesseractRecognizer() { setMsgSeverity(L_SEVERITY_NONE); }
@@ -144,8 +175,10 @@ class TesseractRecognizer final : public TextRecognizer {
     size->width = width;
     size->height = height;
     size_ = *size;
-    if (int64_t(width) * height > kMaxImagePixels) return true;  // refused when recognising
-    Pix* decoded = pixRead(path.c_str());
+    decodeBytes_ = decodeBytes({width, height, bps, spp, colormap != 0});
+    if (decodeBytes_ > kMaxDecodeBytes) return true;  // refused when recognising
+    Pix* decoded = format == IFF_PNG ? readGrayPng(path) : nullptr;
+    if (decoded == nullptr) decoded = pixRead(path.c_str());
     if (decoded == nullptr) return false;
     image_.reset(decoded);
     size->width = pixGetWidth(decoded);
@@ -154,17 +187,30 @@ class TesseractRecognizer final : public TextRecognizer {
     return true;
   }
 
-  bool recognize(const Settings& settings, std::vector<DocumentObservation>* observations,
-                 std::string* error) override {
+  std::vector<DocumentObservation> recognize(const Settings& settings) override {
+    std::vector<DocumentObservation> observations;
+    std::string error;
+    if (!recognizeInto(settings, &observations, &error)) throw Error(error);
+    return observations;
+  }
+
+ private:
+  // The recognition itself: false with the user's sentence in `*error` on failure.
+  bool recognizeInto(const Settings& settings, std::vector<DocumentObservation>* observations,
+                     std::string* error) {
     SilencedStderr quiet;
     if (!image_) {
-      *error = "the image is too large to recognise (" + std::to_string(size_.width) + " x " +
-               std::to_string(size_.height) + " pixels; at most " +
-               std::to_string(kMaxImagePixels / 1'000'000) + " million)";
+      *error = "the image is too large to decode safely (" + std::to_string(size_.width) + " x " +
+               std::to_string(size_.height) + " pixels would take " +
+               std::to_string(decodeBytes_ >> 20) + " MB; at most " +
+               std::to_string(kMaxDecodeBytes >> 20) + " MB)";
       return false;
     }
     ImageFrame frame;
-    PixPtr pix = prepared(&frame);
+    bool blank = false;
+    std::vector<Panel> panels;
+    PixPtr pix = prepared(&frame, &blank, &panels);
+    if (blank) return true;  // nothing to read: no recognition data is even loaded
     if (!pix) {
       *error = "could not prepare the image for recognition";
       return false;
@@ -185,54 +231,213 @@ class TesseractRecognizer final : public TextRecognizer {
 
     std::string joined;
     for (const auto& language : languages) joined += (joined.empty() ? "" : "+") + language;
+    tesseract::TessBaseAPI api;
+    if (!initEngine(api, dataDir, joined, settings, error)) return false;
+
+    // A large page with a blank band across it is read as two halves on two threads, each
+    // with an engine of its own (the second loads while the first reads). That reading stands
+    // for the page as it is upright in what follows, and is the result unless a turn wins.
+    std::vector<Panel> parts = availableCores() >= 2 ? halves(pix.get()) : std::vector<Panel>();
+    tesseract::TessBaseAPI second;
+    bool halvesRead = false;
+    Reading upright;
+    if (parts.size() == 2) {
+      Reading firstReading, secondReading;
+      bool secondRead = false;
+      std::string secondError;
+      // Standard error stays silenced by `quiet` (process-wide) until the worker has joined.
+      // Without a thread to be had, the second half is read after the first.
+      auto readSecond = [&] {
+        secondRead = initEngine(second, dataDir, joined, settings, &secondError) &&
+                     read(second, parts[1].pix.get(), 0, &secondReading, &secondError);
+      };
+      std::thread worker;
+      try {
+        worker = std::thread(readSecond);
+      } catch (const std::system_error&) {
+        readSecond();
+      }
+      const bool firstRead = read(api, parts[0].pix.get(), 0, &firstReading, error);
+      if (worker.joinable()) worker.join();
+      if (!firstRead) return false;
+      if (!secondRead) {
+        *error = secondError;
+        return false;
+      }
+      upright = combined(firstReading, secondReading);
+      halvesRead = true;
+    }
+
+    // Most images are upright and read well as they are. Turning is tried only for a reading
+    // that is not plausible upright (confident and word-shaped), and a turned reading wins only
+    // when it is clearly better, not merely a little more confident: short upright lines of
+    // names or codes read with modest confidence, and text upside down can read as confident
+    // nonsense. Orientation detection decides where there is enough text for it.
+    if (!halvesRead && !read(api, pix.get(), 0, &upright, error)) return false;
+    if (upright.characters == 0) {
+      // Page segmentation found nothing: a lone character, number or label. Sparse text
+      // segmentation finds what stands alone; a single line is the last resort.
+      halvesRead = false;
+      for (auto mode : {tesseract::PSM_SPARSE_TEXT, tesseract::PSM_SINGLE_LINE}) {
+        api.SetPageSegMode(mode);
+        if (!read(api, pix.get(), 0, &upright, error)) return false;
+        if (upright.characters > 0) break;
+      }
+    }
+    if (upright.characters == 0)
+      return readPanels(api, frame, panels, settings, observations, error);
+    Reading best = upright;
+    // What the engine holds the reading of.
+    const Pix* recognized = halvesRead ? parts[0].pix.get() : pix.get();
+    PixPtr turned;
+    auto tryTurn = [&](int turns, bool trusted) -> bool {
+      if (turns == best.turns || turns == upright.turns) return true;
+      PixPtr image(pixRotateOrth(pix.get(), turns));
+      Reading reading;
+      if (!image || !read(api, image.get(), turns, &reading, error)) return false;
+      recognized = image.get();
+      // Orientation detection's choice needs only to read no worse; a guess needs to read
+      // clearly better, in the shapes of its words or by far in confidence.
+      const bool notWorse = reading.shape + kShapeTolerance >= best.shape;
+      const bool better =
+          trusted
+              ? notWorse && reading.confidence > best.confidence
+              : (reading.shape >= best.shape + kClearlyBetterShape &&
+                 reading.confidence > best.confidence) ||
+                    (notWorse && reading.confidence >= best.confidence + kClearlyBetterConfidence);
+      if (better) {
+        best = reading;
+        turned = std::move(image);
+      }
+      return true;
+    };
+    if (!plausibleUpright(upright)) {
+      if (haveOsd && upright.characters >= kOsdCharacters) {
+        if (!detected) detected = detectOrientation(dataDir, pix.get());
+        if (detected && detected->degrees != 0 &&
+            !tryTurn((4 - detected->degrees / 90) % 4, true)) {
+          return false;
+        }
+      }
+      // Tesseract itself turns lines that run up or down the page, one way or the other; half
+      // a turn more rights those it turned the wrong way, and pages upside down.
+      if (!plausibleUpright(best) && !tryTurn(2, false)) return false;
+    }
+    if (best.turns == 0 && halvesRead) {
+      // The halves' reading stands: the first engine may hold a turned reading by now.
+      if (recognized != parts[0].pix.get() && !recognizeImage(api, parts[0].pix.get(), error)) {
+        return false;
+      }
+      collect(api, partFrame(frame, parts[0].box), settings.minimumTextHeightFraction,
+              observations);
+      collect(second, partFrame(frame, parts[1].box), settings.minimumTextHeightFraction,
+              observations);
+      return readPanels(api, frame, panels, settings, observations, error);
+    }
+    frame.quarterTurns = best.turns;
+    // Leave the engine holding the best reading.
+    const Pix* bestPix = best.turns == 0 ? pix.get() : turned.get();
+    if (recognized != bestPix && !recognizeImage(api, const_cast<Pix*>(bestPix), error)) {
+      return false;
+    }
+    collect(api, frame, settings.minimumTextHeightFraction, observations);
+    return readPanels(api, frame, panels, settings, observations, error);
+  }
+
+  // What one recognition of the image turned by `turns` quarter turns gave.
+  struct Reading {
+    int turns = 0;
+    int confidence = 0;  // mean word confidence, 0-100
+    double shape = 0;    // wordShapeShare of the text
+    int characters = 0;  // letters and digits
+    std::string text;
+  };
+
+  // Loads the recognition data for `languages` ("eng+deu") into `api`; fails with a sentence.
+  static bool initEngine(tesseract::TessBaseAPI& api, const std::string& dataDir,
+                         const std::string& languages, const Settings& settings,
+                         std::string* error) {
     // Language correction is the dictionaries; without it the recogniser reads characters only.
     const char* dictionaries = settings.useLanguageCorrection ? "1" : "0";
     std::vector<std::string> names = {"debug_file", "load_system_dawg", "load_freq_dawg"};
     std::vector<std::string> values = {"/dev/null", dictionaries, dictionaries};
-    tesseract::TessBaseAPI api;
-    if (api.Init(dataDir.c_str(), joined.c_str(), tesseract::OEM_LSTM_ONLY, nullptr, 0, &names,
+    if (api.Init(dataDir.c_str(), languages.c_str(), tesseract::OEM_LSTM_ONLY, nullptr, 0, &names,
                  &values, false) != 0) {
-      *error = "could not load the recognition data for " + joined + " from " + dataDir;
+      *error = "could not load the recognition data for " + languages + " from " + dataDir;
       return false;
     }
     api.SetPageSegMode(tesseract::PSM_AUTO);
-    // The second pass over inverted (light on dark) lines costs more than it finds on documents.
+    // Light text on dark backgrounds was inverted before recognition, region by region, so
+    // Tesseract's own second pass over every doubtful word in inverted form is not needed.
     api.SetVariable("tessedit_do_invert", "0");
-
-    // Most pages are upright and read well as they are. A page that reads poorly may be
-    // turned. Tesseract itself turns pages whose lines run downwards; half a turn more rights
-    // pages that are upside down or whose lines run upwards. Orientation detection is the last
-    // resort, for what remains.
-    if (!recognizeImage(api, pix.get(), error)) return false;
-    int confidence = api.MeanTextConf();
-    std::vector<int> tried = {0};
-    auto tryTurn = [&](int turns) -> bool {
-      if (std::find(tried.begin(), tried.end(), turns) != tried.end()) return true;
-      tried.push_back(turns);
-      PixPtr turned(pixRotateOrth(pix.get(), turns));
-      if (!turned || !recognizeImage(api, turned.get(), error)) return false;
-      if (api.MeanTextConf() > confidence) {
-        confidence = api.MeanTextConf();
-        frame.quarterTurns = turns;
-      }
-      return true;
-    };
-    if (confidence < kUprightConfidence && !tryTurn(2)) return false;
-    if (confidence < kUprightConfidence && haveOsd) {
-      if (!detected) detected = detectOrientation(dataDir, pix.get());
-      if (detected && !tryTurn((4 - detected->degrees / 90) % 4)) return false;
-    }
-    // Leave the engine holding the best reading.
-    if (tried.back() != frame.quarterTurns) {
-      PixPtr best(frame.quarterTurns == 0 ? pixClone(pix.get())
-                                          : pixRotateOrth(pix.get(), frame.quarterTurns));
-      if (!best || !recognizeImage(api, best.get(), error)) return false;
-    }
-    collect(api, frame, settings.minimumTextHeightFraction, observations);
     return true;
   }
 
- private:
+  // The processors this process may run on.
+  static int availableCores() {
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    if (sched_getaffinity(0, sizeof(set), &set) != 0) return 1;
+    return CPU_COUNT(&set);
+  }
+
+  // Two parts' readings as one: confidence weighed by characters, shapes of all the words.
+  static Reading combined(const Reading& a, const Reading& b) {
+    Reading both;
+    both.text = a.text + "\n" + b.text;
+    both.characters = a.characters + b.characters;
+    both.confidence =
+        both.characters == 0
+            ? 0
+            : (a.confidence * a.characters + b.confidence * b.characters) / both.characters;
+    both.shape = wordShapeShare(both.text);
+    return both;
+  }
+
+  // The frame of the part `box` (in prepared pixels, unturned) of the page framed by `page`.
+  static ImageFrame partFrame(const ImageFrame& page, const PixelBox& box) {
+    ImageFrame frame = page;
+    frame.quarterTurns = 0;
+    frame.left += box.left / page.scale;
+    frame.top += box.top / page.scale;
+    frame.width = (box.right - box.left) / page.scale;
+    frame.height = (box.bottom - box.top) / page.scale;
+    return frame;
+  }
+
+  // Reads each panel as an image of its own, upright, after the page: its lines follow the
+  // page's, in blocks of their own.
+  static bool readPanels(tesseract::TessBaseAPI& api, const ImageFrame& page,
+                         const std::vector<Panel>& panels, const Settings& settings,
+                         std::vector<DocumentObservation>* observations, std::string* error) {
+    for (const Panel& panel : panels) {
+      api.SetPageSegMode(tesseract::PSM_AUTO);
+      if (!recognizeImage(api, panel.pix.get(), error)) return false;
+      collect(api, partFrame(page, panel.box), settings.minimumTextHeightFraction, observations);
+    }
+    return true;
+  }
+
+  static bool plausibleUpright(const Reading& reading) {
+    return reading.confidence >= kUprightConfidence && reading.shape >= kPlausibleShape;
+  }
+
+  static bool read(tesseract::TessBaseAPI& api, Pix* pix, int turns, Reading* reading,
+                   std::string* error) {
+    if (!recognizeImage(api, pix, error)) return false;
+    std::unique_ptr<char[]> text(api.GetUTF8Text());
+    reading->text = text ? text.get() : "";
+    const std::string& utf8 = reading->text;
+    reading->turns = turns;
+    reading->confidence = api.MeanTextConf();
+    reading->shape = wordShapeShare(utf8);
+    reading->characters = 0;
+    for (unsigned char c : utf8) {
+      reading->characters += std::isalnum(c) || (c >= 0xC0) ? 1 : 0;  // lead bytes only
+    }
+    return true;
+  }
+
   static bool recognizeImage(tesseract::TessBaseAPI& api, Pix* pix, std::string* error) {
     api.SetImage(pix);
     if (api.GetSourceYResolution() < 70) api.SetSourceResolution(300);
@@ -243,29 +448,37 @@ class TesseractRecognizer final : public TextRecognizer {
     return true;
   }
 
-  // The decoded image at a depth Tesseract takes, cropped to its content and scaled down when
-  // very large; `frame` says how it relates to the decoded image.
-  PixPtr prepared(ImageFrame* frame) const {
+  // The decoded image at a depth Tesseract takes, cropped to its content, scaled down when
+  // very large, with light-on-dark regions inverted; `frame` says how it relates to the
+  // decoded image. Sets `*blank` (and returns nothing) when the image holds no content.
+  PixPtr prepared(ImageFrame* frame, bool* blank, std::vector<Panel>* panels) const {
     PixPtr pix = normalizedDepth(image_.get());
     if (!pix) return nullptr;
     const int width = pixGetWidth(pix.get()), height = pixGetHeight(pix.get());
     *frame = ImageFrame::whole(width, height);
 
     // Blank margins cost layout analysis time in proportion to their area and hold no text.
-    if (auto content = contentBox(pix.get())) {
-      const int margin = std::max(24, std::max(width, height) / 50);
-      int left = std::max(0, content->left - margin), top = std::max(0, content->top - margin);
-      int right = std::min(width, content->right + margin);
-      int bottom = std::min(height, content->bottom + margin);
-      if (int64_t(right - left) * (bottom - top) < int64_t(width) * height * 9 / 10) {
-        Box* box = boxCreate(left, top, right - left, bottom - top);
-        PixPtr cropped(pixClipRectangle(pix.get(), box, nullptr));
-        boxDestroy(&box);
-        if (cropped) {
-          pix = std::move(cropped);
-          frame->left = left, frame->top = top;
-          frame->width = right - left, frame->height = bottom - top;
-        }
+    if (plainlyBlank(pix.get())) {
+      *blank = true;
+      return nullptr;
+    }
+    auto content = contentBox(pix.get());
+    if (!content) {
+      *blank = true;
+      return nullptr;
+    }
+    const int margin = std::max(24, std::max(width, height) / 50);
+    int left = std::max(0, content->left - margin), top = std::max(0, content->top - margin);
+    int right = std::min(width, content->right + margin);
+    int bottom = std::min(height, content->bottom + margin);
+    if (int64_t(right - left) * (bottom - top) < int64_t(width) * height * 9 / 10) {
+      Box* box = boxCreate(left, top, right - left, bottom - top);
+      PixPtr cropped(pixClipRectangle(pix.get(), box, nullptr));
+      boxDestroy(&box);
+      if (cropped) {
+        pix = std::move(cropped);
+        frame->left = left, frame->top = top;
+        frame->width = right - left, frame->height = bottom - top;
       }
     }
 
@@ -276,21 +489,223 @@ class TesseractRecognizer final : public TextRecognizer {
       if (!pix) return nullptr;
       frame->scale = double(pixGetWidth(pix.get())) / frame->width;
     }
-    return pix;
+    return withDarkRegionsInverted(std::move(pix), panels);
   }
 
-  // The box around every dark pixel of `pix`; nothing for a blank image.
+  // A grey image to find dark regions in, halved each way when `pix` is large (the regions are
+  // tiles of tens of pixels; an edge is then found within `*factor` pixels).
+  static PixPtr analysisGray(Pix* pix, int* factor) {
+    const bool large = int64_t(pixGetWidth(pix)) * pixGetHeight(pix) > kSplitPixels;
+    *factor = large ? 2 : 1;
+    if (pixGetDepth(pix) == 1) return PixPtr(large ? pixScaleToGray2(pix) : pixConvertTo8(pix, 0));
+    PixPtr gray(pixGetDepth(pix) == 8    ? pixClone(pix)
+                : pixGetDepth(pix) == 32 ? pixConvertRGBToLuminance(pix)
+                                         : pixConvertTo8(pix, 0));
+    if (!gray || !large) return gray;
+    return PixPtr(pixScaleAreaMap2(gray.get()));
+  }
+
+  // The pixels of an 8-bit `pix`, row after row, one byte each.
+  static std::vector<uint8_t> grayBytes(Pix* pix) {
+    const int width = pixGetWidth(pix), height = pixGetHeight(pix), wpl = pixGetWpl(pix);
+    const l_uint32* data = pixGetData(pix);
+    std::vector<uint8_t> bytes(size_t(width) * height);
+    for (int y = 0; y < height; ++y) {
+      const l_uint32* line = data + size_t(y) * wpl;
+      uint8_t* out = bytes.data() + size_t(y) * width;
+      // Leptonica keeps four pixels in a 32-bit word, the first in its most significant byte.
+      const int words = width / 4;
+      for (int i = 0; i < words; ++i) {
+        uint32_t word = line[i];
+#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+        word = __builtin_bswap32(word);
+#endif
+        std::memcpy(out + 4 * size_t(i), &word, 4);
+      }
+      for (int x = 4 * words; x < width; ++x) out[x] = uint8_t(GET_DATA_BYTE(line, x));
+    }
+    return bytes;
+  }
+
+  // `pix` with its regions of light text on dark ground inverted (in grey), or `pix` itself
+  // when it has none. Dark panels with plain ground within a lighter page are cut out, left
+  // white in the page, and returned inverted in `panels` to be read on their own: read with the
+  // page, their lines would join those beside them. Costs one pass over the pixels, plus a grey
+  // copy when something is inverted.
+  static PixPtr withDarkRegionsInverted(PixPtr pix, std::vector<Panel>* panels) {
+    int factor = 1;
+    std::vector<DarkRegion> regions;
+    {
+      PixPtr small = analysisGray(pix.get(), &factor);
+      if (!small) return pix;
+      const int w = pixGetWidth(small.get()), h = pixGetHeight(small.get());
+      std::vector<uint8_t> rows = grayBytes(small.get());
+      regions = darkRegions({rows.data(), w, h, size_t(w)});
+    }
+    if (regions.empty()) return pix;
+    PixPtr gray(pixGetDepth(pix.get()) == 8 ? pixClone(pix.get()) : pixConvertTo8(pix.get(), 0));
+    if (!gray) return pix;
+    const int width = pixGetWidth(gray.get()), height = pixGetHeight(gray.get());
+    for (DarkRegion& region : regions) {
+      PixelBox& r = region.box;
+      r = {r.left * factor, r.top * factor, std::min(width, r.right * factor),
+           std::min(height, r.bottom * factor)};
+      // A region that reached the analysed image's edge reaches the page's.
+      if (r.right >= width - factor) r.right = width;
+      if (r.bottom >= height - factor) r.bottom = height;
+    }
+    PixPtr inverted(pixCopy(nullptr, gray.get()));
+    if (!inverted) return pix;
+    for (const DarkRegion& region : regions) {
+      const PixelBox& r = region.box;
+      const int w = r.right - r.left, h = r.bottom - r.top;
+      pixRasterop(inverted.get(), r.left, r.top, w, h, PIX_NOT(PIX_DST), nullptr, 0, 0);
+      if (!region.plainGround || (w == width && h == height)) continue;
+      Box* box = boxCreate(r.left, r.top, w, h);
+      PixPtr panel(pixClipRectangle(inverted.get(), box, nullptr));
+      boxDestroy(&box);
+      if (!panel) continue;
+      pixRasterop(inverted.get(), r.left, r.top, w, h, PIX_SET, nullptr, 0, 0);
+      panels->push_back({r, std::move(panel)});
+    }
+    return inverted;
+  }
+
+  // The most common grey of an 8-bit `pix`: every pixel of a small image, about a million of a
+  // large one.
+  static int background(Pix* gray) {
+    const int width = pixGetWidth(gray), height = pixGetHeight(gray);
+    const int factor = std::max(1, int(std::sqrt(double(width) * height / 1e6)));
+    NUMA* histogram = pixGetGrayHistogram(gray, factor);
+    if (histogram == nullptr) return 255;
+    l_float32 peak = 0;
+    l_int32 level = 255;
+    numaGetMax(histogram, &peak, &level);
+    numaDestroy(&histogram);
+    return level;
+  }
+
+  // Whether `pix` is one flat level throughout: one bit images all white or all black, grey
+  // ones without a pixel kContentContrast from the background. One quick pass over the bytes,
+  // for the common case of an empty page; other images are left to contentBox.
+  static bool plainlyBlank(Pix* pix) {
+    const int width = pixGetWidth(pix), height = pixGetHeight(pix);
+    if (pixGetDepth(pix) == 1) {
+      l_int32 dark = 0;
+      pixCountPixels(pix, &dark, nullptr);
+      return dark == 0 || int64_t(dark) == int64_t(width) * height;
+    }
+    if (pixGetDepth(pix) != 8 || pixGetColormap(pix) != nullptr) return false;
+    const int level = background(pix);
+    const uint8_t low = uint8_t(std::max(0, level - kContentContrast));
+    const uint8_t high = uint8_t(std::min(255, level + kContentContrast));
+    const l_uint32* data = pixGetData(pix);
+    const int wpl = pixGetWpl(pix), words = width / 4;
+    for (int y = 0; y < height; ++y) {
+      const l_uint32* line = data + size_t(y) * wpl;
+      // The order of the bytes within a word does not matter to a minimum or a maximum.
+      const auto* bytes = reinterpret_cast<const uint8_t*>(line);
+      uint8_t least = 255, most = 0;
+      for (int i = 0; i < 4 * words; ++i) {
+        least = std::min(least, bytes[i]);
+        most = std::max(most, bytes[i]);
+      }
+      for (int x = 4 * words; x < width; ++x) {
+        const auto value = uint8_t(GET_DATA_BYTE(line, x));
+        least = std::min(least, value);
+        most = std::max(most, value);
+      }
+      if (least < low || most > high) return false;
+    }
+    return true;
+  }
+
+  // The content of `pix` as a one-bit mask: pixels that differ clearly from the background (its
+  // most common grey, light or dark), specks smaller than kSpeckSize each way left out. A few
+  // cheap passes over the pixels, no recognition.
+  static PixPtr contentMask(Pix* pix) {
+    const int width = pixGetWidth(pix), height = pixGetHeight(pix);
+    PixPtr binary;  // 1 = content
+    if (pixGetDepth(pix) == 1) {
+      binary.reset(pixClone(pix));
+      l_int32 dark = 0;
+      pixCountPixels(binary.get(), &dark, nullptr);
+      if (int64_t(dark) * 2 > int64_t(width) * height) {
+        binary.reset(pixInvert(nullptr, binary.get()));
+      }
+    } else {
+      PixPtr gray(pixGetDepth(pix) == 8    ? pixClone(pix)
+                  : pixGetDepth(pix) == 32 ? pixConvertRGBToLuminance(pix)
+                                           : pixConvertTo8(pix, 0));
+      if (!gray) return nullptr;
+      const int background = TesseractRecognizer::background(gray.get());
+      if (background >= 128) {
+        binary.reset(pixThresholdToBinary(gray.get(), std::max(1, background - kContentContrast)));
+      } else {
+        // 1 where darker than the threshold, that is background: invert to get the content.
+        binary.reset(
+            pixThresholdToBinary(gray.get(), std::min(256, background + kContentContrast + 1)));
+        if (binary) pixInvert(binary.get(), binary.get());
+      }
+    }
+    if (!binary) return nullptr;
+    // What runs at least kSpeckSize pixels across or down survives one of the two openings.
+    PixPtr across(pixOpenBrick(nullptr, binary.get(), kSpeckSize, 1));
+    PixPtr down(pixOpenBrick(nullptr, binary.get(), 1, kSpeckSize));
+    if (!across || !down) return nullptr;
+    pixOr(across.get(), across.get(), down.get());
+    return across;
+  }
+
+  // The box around the content of `pix` (see contentMask); nothing for a blank image.
   static std::optional<PixelBox> contentBox(Pix* pix) {
-    PixPtr binary(pixGetDepth(pix) == 1 ? pixClone(pix) : pixConvertTo1(pix, 128));
-    if (!binary) return std::nullopt;
+    PixPtr mask = contentMask(pix);
+    if (!mask) return std::nullopt;
     Box* box = nullptr;
-    if (pixClipBoxToForeground(binary.get(), nullptr, nullptr, &box) != 0 || box == nullptr) {
+    if (pixClipBoxToForeground(mask.get(), nullptr, nullptr, &box) != 0 || box == nullptr) {
       return std::nullopt;
     }
     l_int32 x = 0, y = 0, w = 0, h = 0;
     boxGetGeometry(box, &x, &y, &w, &h);
     boxDestroy(&box);
     return PixelBox{x, y, x + w, y + h};
+  }
+
+  // `pix` cut in two (see pageSplit) when it is large enough for two threads to pay, with
+  // each part's box; nothing otherwise. The mask is reduced fourfold each way first.
+  static std::vector<Panel> halves(Pix* pix) {
+    std::vector<Panel> parts;
+    const int width = pixGetWidth(pix), height = pixGetHeight(pix);
+    if (int64_t(width) * height < kSplitPixels) return parts;
+    PixPtr mask = contentMask(pix);
+    if (!mask) return parts;
+    PixPtr reduced(pixReduceRankBinaryCascade(mask.get(), 1, 1, 0, 0));
+    if (!reduced) return parts;
+    const int w = pixGetWidth(reduced.get()), h = pixGetHeight(reduced.get());
+    const l_uint32* data = pixGetData(reduced.get());
+    const int wpl = pixGetWpl(reduced.get());
+    std::vector<uint8_t> bytes(size_t(w) * h);
+    for (int y = 0; y < h; ++y) {
+      for (int x = 0; x < w; ++x) {
+        bytes[size_t(y) * w + x] = uint8_t(GET_DATA_BIT(data + size_t(y) * wpl, x));
+      }
+    }
+    // A gutter between columns is 2% of the width or more; the gaps between words of text
+    // are narrower.
+    auto split = pageSplit({bytes.data(), w, h, size_t(w)}, std::max(3, w / 50), 2);
+    if (!split) return parts;
+    const int at = std::min(split->vertical ? width : height, split->at * 4);
+    const PixelBox first = split->vertical ? PixelBox{0, 0, at, height} : PixelBox{0, 0, width, at};
+    const PixelBox second =
+        split->vertical ? PixelBox{at, 0, width, height} : PixelBox{0, at, width, height};
+    for (const PixelBox& r : {first, second}) {
+      Box* box = boxCreate(r.left, r.top, r.right - r.left, r.bottom - r.top);
+      PixPtr part(pixClipRectangle(pix, box, nullptr));
+      boxDestroy(&box);
+      if (!part) return {};
+      parts.push_back({r, std::move(part)});
+    }
+    return parts;
   }
 
   // The data names to recognise with, in priority order; fails naming a language without data.
@@ -393,6 +808,7 @@ class TesseractRecognizer final : public TextRecognizer {
 
   PixPtr image_;
   ImageSize size_;
+  int64_t decodeBytes_ = 0;
 };
 
 }  // namespace
