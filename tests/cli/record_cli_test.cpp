@@ -63,26 +63,6 @@ void expectStoppedMatchesFile(const json& stopped, const std::string& path) {
   EXPECT_EQ(int64_t(riffBytes), frames * 2 + 36);
 }
 
-// Starts `record start` with `args` and waits for "record-started".
-std::unique_ptr<LiveProcess> startRecording(SoundServer& server, std::vector<std::string> args,
-                                            Env extra = {}) {
-  args.insert(args.begin(), {"record", "start"});
-  Env env = server.env();
-  env.insert(env.end(), extra.begin(), extra.end());
-  auto process = std::make_unique<LiveProcess>(helper(args), env);
-  EXPECT_TRUE(process->waitForType("record-started", 10000).has_value()) << process->err();
-  return process;
-}
-
-// Sends "stop" and expects an orderly end; returns the "record-stopped" line.
-json stopRecording(LiveProcess& process) {
-  process.send("stop\n");
-  EXPECT_EQ(process.wait(10000), 0);
-  auto stopped = process.waitForType("record-stopped", 1000);
-  EXPECT_TRUE(stopped.has_value());
-  return stopped.value_or(json::object());
-}
-
 // Plays `file` into `sink` and waits until it has been played.
 void play(SoundServer& server, const std::string& sink, const std::string& file) {
   int status = -1;

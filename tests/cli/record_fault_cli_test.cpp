@@ -57,13 +57,6 @@ void expectValidFile(const std::string& path, const json& stopped) {
   EXPECT_EQ(stopped["frames"].get<uint64_t>() * 2, header.dataBytes);
 }
 
-std::unique_ptr<LiveProcess> startRecording(SoundServer& server, std::vector<std::string> args) {
-  args.insert(args.begin(), {"record", "start"});
-  auto process = std::make_unique<LiveProcess>(helper(args), server.env());
-  EXPECT_TRUE(process->waitForType("record-started", 10000).has_value()) << process->err();
-  return process;
-}
-
 bool isWarning(const json& line, const std::string& message) {
   return line.value("type", "") == "record-warning" && line.value("message", "") == message;
 }

@@ -15,21 +15,6 @@ namespace {
 using namespace record_cli;
 using nlohmann::json;
 
-std::unique_ptr<LiveProcess> startRecording(SoundServer& server, std::vector<std::string> args) {
-  args.insert(args.begin(), {"record", "start"});
-  auto process = std::make_unique<LiveProcess>(helper(args), server.env());
-  EXPECT_TRUE(process->waitForType("record-started", 10000).has_value()) << process->err();
-  return process;
-}
-
-json stopRecording(LiveProcess& process) {
-  process.send("stop\n");
-  EXPECT_EQ(process.wait(10000), 0);
-  auto stopped = process.waitForType("record-stopped", 1000);
-  EXPECT_TRUE(stopped.has_value());
-  return stopped.value_or(json::object());
-}
-
 // A 1 kHz tone on the microphone and 440 Hz on the speaker, both at 0.3 of full scale, for
 // `seconds`.
 struct Tones {

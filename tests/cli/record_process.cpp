@@ -371,4 +371,22 @@ double goertzel(const std::vector<int16_t>& samples, double frequency) {
   return n > 0 ? power / (n * n) : 0;
 }
 
+std::unique_ptr<LiveProcess> startRecording(SoundServer& server, std::vector<std::string> args,
+                                            Env extra) {
+  args.insert(args.begin(), {"record", "start"});
+  Env env = server.env();
+  env.insert(env.end(), extra.begin(), extra.end());
+  auto process = std::make_unique<LiveProcess>(helper(args), env);
+  EXPECT_TRUE(process->waitForType("record-started", 10000).has_value()) << process->err();
+  return process;
+}
+
+nlohmann::json stopRecording(LiveProcess& process) {
+  process.send("stop\n");
+  EXPECT_EQ(process.wait(10000), 0);
+  auto stopped = process.waitForType("record-stopped", 1000);
+  EXPECT_TRUE(stopped.has_value());
+  return stopped.value_or(nlohmann::json::object());
+}
+
 }  // namespace record_cli

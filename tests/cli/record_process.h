@@ -9,6 +9,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -109,6 +110,14 @@ class SoundServer {
   Env env_;
   bool started_ = false;
 };
+
+// Starts `record start` with `args` against `server` (its environment plus `extra`) and waits
+// for "record-started".
+std::unique_ptr<LiveProcess> startRecording(SoundServer& server, std::vector<std::string> args,
+                                            Env extra = {});
+
+// Sends "stop" and expects an orderly end; returns the "record-stopped" line.
+nlohmann::json stopRecording(LiveProcess& process);
 
 // Writes a 16-bit WAV file of a sine tone: `seconds` long at `rate` Hz, `channels` channels
 // (the same tone in each), peak `amplitude` of full scale.
