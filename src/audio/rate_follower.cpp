@@ -13,8 +13,11 @@ constexpr double kIntegral = kProportional * kProportional / 4;
 constexpr double kSmoothingSeconds = 1.0;
 constexpr double kRate = 48000;
 
+// Rounds half away from zero, as lround does, without a library call per sample (that call
+// was a third of the follower's time).
 int16_t toSample(double value) {
-  return static_cast<int16_t>(std::clamp(std::lround(value), -32768L, 32767L));
+  value = std::clamp(value, -32768.0, 32767.0);
+  return static_cast<int16_t>(value >= 0 ? value + 0.5 : value - 0.5);
 }
 
 }  // namespace
