@@ -17,6 +17,7 @@
 #include <gtest/gtest.h>
 
 #include "run_helper.h"
+#include "silent_sound_server.h"
 
 namespace {
 
@@ -184,6 +185,26 @@ TEST_F(SpeakCli, RenderMatchesTheEspeakCommandSampleForSample) {
                         {"sampleRate", 22050},
                         {"frames", frames}}));
   EXPECT_EQ(done.size(), 4u);
+}
+
+TEST_F(SpeakCli, RenderAndVoicesNeverTalkToTheSoundServer) {
+  // Writing a file needs no sound server: one that accepts and never answers must not hold
+  // the job up (espeak-ng's own start-up used to wait 30 s on it).
+  SilentSoundServer silent;
+  ASSERT_TRUE(silent.ok());
+  RunOptions options;
+  options.env = {{"PULSE_SERVER", silent.pulseServer()}};
+  options.timeoutMs = 20000;
+  options.input = "The archive is open.";
+  const std::string out = dir + "/silent.wav";
+  auto run = runHelper({"speak", "render", "--out", out}, options);
+  ASSERT_FALSE(run.timedOut) << "render waited for the sound server";
+  ASSERT_EQ(run.status, 0) << run.out;
+  EXPECT_TRUE(readFile(out) == espeakWav("The archive is open."));
+  options.input.clear();
+  auto voices = runHelper({"speak", "voices"}, options);
+  ASSERT_FALSE(voices.timedOut) << "voices waited for the sound server";
+  EXPECT_EQ(voices.status, 0) << voices.out;
 }
 
 TEST_F(SpeakCli, RenderWithAVoiceMatchesTheEspeakCommand) {

@@ -4,8 +4,11 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <optional>
+#include <string>
 
 #include "base/error.h"
 
@@ -92,9 +95,37 @@ std::string firstLanguage(const char* languages) {
   return std::string(languages + 1);
 }
 
+// espeak-ng 1.51 creates an audio device for every output mode, synchronous included, and
+// creating one connects to the sound server to see whether it answers: a server that accepts
+// and never answers holds that for 30 s. The engine only ever hands samples back, so while it
+// starts, the sound server's address is one that cannot exist: the probe fails at once and
+// espeak-ng goes on without a device. Not thread-safe (the environment is process-wide): the
+// engine is made before any other thread of the job starts.
+class NoSoundServer {
+ public:
+  NoSoundServer() {
+    const char* current = std::getenv("PULSE_SERVER");
+    if (current != nullptr) saved_ = current;
+    setenv("PULSE_SERVER", "unix:/nonexistent/tallowbrook-no-sound-server", 1);
+  }
+  ~NoSoundServer() {
+    if (saved_) {
+      setenv("PULSE_SERVER", saved_->c_str(), 1);
+    } else {
+      unsetenv("PULSE_SERVER");
+    }
+  }
+  NoSoundServer(const NoSoundServer&) = delete;
+  NoSoundServer& operator=(const NoSoundServer&) = delete;
+
+ private:
+  std::optional<std::string> saved_;
+};
+
 }  // namespace
 
 EspeakEngine::EspeakEngine() {
+  NoSoundServer noSoundServer;
   // Blocks of up to 400 ms: fewer callbacks and writes than espeak-ng's default 60 ms, with the
   // same samples; marks stay exact because blocks are split at each word.
   int rate =
