@@ -23,9 +23,10 @@ constexpr int64_t kMixCushion = kSampleRate / 25;
 // the mix starts without waiting for it, and pads it with silence until it comes.
 constexpr uint64_t kMixStartWaitNanos = 500'000'000;
 // A tick that finds a queue short waits for it rather than padding at once: the sources'
-// delivery threads may have been held up (a busy machine) while their audio waits in the
-// sound server. Only a source more than this far behind the clock (200 ms) is padded.
-constexpr int64_t kMixMaxLag = kSampleRate / 5;
+// delivery threads, or the sound server itself, may have been held up (a busy machine; gaps of
+// 650 ms were seen under load) while the audio waits in the server. Only a source more than
+// this far behind the clock (1 s) is padded: a source that stopped delivering.
+constexpr int64_t kMixMaxLag = kSampleRate;
 
 void printEvent(const Json& event) {
   writeJsonLine(event);

@@ -336,15 +336,15 @@ TEST_F(SessionTest, ALateSourceIsPaddedAndThenPrimedWithTheCushion) {
   }
   EXPECT_EQ(frames(), 0);
   EXPECT_EQ(session->mixer()->queued(), (std::pair<int64_t, int64_t>{1920, 0}));
-  platform.fakeClock.advance(150'000'000);
+  platform.fakeClock.advance(950'000'000);
   session->mixTick();
-  EXPECT_EQ(frames(), 0) << "150 ms behind: waited for";
+  EXPECT_EQ(frames(), 0) << "950 ms behind: waited for";
   platform.fakeClock.advance(60'000'000);
   session->mixTick();
-  EXPECT_EQ(frames(), 480) << "210 ms behind: padded to within 200 ms";
-  // System audio arrives: behind silence for the 200 ms the mix still owes and the cushion.
+  EXPECT_EQ(frames(), 480) << "1010 ms behind: padded to within 1 s";
+  // System audio arrives: behind silence for the 1 s the mix still owes and the cushion.
   session->systemSink()(Samples(480, 7));
-  EXPECT_EQ(session->mixer()->queued().second, 9600 + 1920 + 480);
+  EXPECT_EQ(session->mixer()->queued().second, 48000 + 1920 + 480);
   session->stop();
 }
 
