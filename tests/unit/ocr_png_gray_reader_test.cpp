@@ -30,6 +30,7 @@ struct PngLayout {
   int depth = 8;
   bool interlaced = false;
   bool transparentColour = false;  // a tRNS chunk naming one colour
+  int filters = PNG_ALL_FILTERS;   // the row filters the writer may choose from
 };
 
 int channelsOf(int colorType) {
@@ -51,6 +52,7 @@ bool writeRows(png_structp png, png_infop info, FILE* file, int width, int heigh
   if (setjmp(png_jmpbuf(png))) return false;
   png_init_io(png, file);
   png_set_compression_level(png, 1);
+  png_set_filter(png, PNG_FILTER_TYPE_BASE, layout.filters);
   png_set_IHDR(png, info, png_uint_32(width), png_uint_32(height), layout.depth, layout.colorType,
                layout.interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE,
                PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
@@ -187,6 +189,36 @@ TEST_F(PngGrayReader, OneColouredOrTranslucentPixelMakesTheGreyInexact) {
     const std::string file = path("almost" + std::to_string(colorType) + ".png");
     writePng(file, width, height, {colorType}, pixels);
     expectLeptonicaGray(file, false);
+    // The same in every pixel of that row.
+    for (int x = 0; x < width; ++x) pixels[pixels.size() - 1 - size_t(x) * channels] = 254;
+    const std::string row = path("row" + std::to_string(colorType) + ".png");
+    writePng(row, width, height, {colorType}, pixels);
+    expectLeptonicaGray(row, false);
+  }
+}
+
+TEST_F(PngGrayReader, EveryRowFilterIsUndone) {
+  std::mt19937 random(9);
+  const int width = 97, height = 61;
+  for (int colorType : {PNG_COLOR_TYPE_GRAY_ALPHA, PNG_COLOR_TYPE_RGB, PNG_COLOR_TYPE_RGB_ALPHA}) {
+    const int channels = channelsOf(colorType);
+    // Smooth shading with noise on it, and some rows of one colour.
+    std::vector<uint8_t> pixels;
+    for (int y = 0; y < height; ++y) {
+      for (int x = 0; x < width; ++x) {
+        for (int c = 0; c < channels; ++c) {
+          pixels.push_back(y % 7 == 3 ? uint8_t(40 * c + 30)
+                                      : uint8_t(x * 2 + y * (c + 1) + int(random() % 9)));
+        }
+      }
+    }
+    for (int filter : {PNG_FILTER_NONE, PNG_FILTER_SUB, PNG_FILTER_UP, PNG_FILTER_AVG,
+                       PNG_FILTER_PAETH, PNG_ALL_FILTERS}) {
+      const std::string file =
+          path("filter" + std::to_string(colorType) + "-" + std::to_string(filter) + ".png");
+      writePng(file, width, height, {colorType, 8, false, false, filter}, pixels);
+      expectLeptonicaGray(file, false);
+    }
   }
 }
 

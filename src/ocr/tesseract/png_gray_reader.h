@@ -21,9 +21,10 @@ struct GrayPng {
 
 // The image of the PNG file at `path` in grey, when it is non-interlaced 8-bit grey, grey with
 // alpha, RGB or RGBA without a palette or a transparent colour (tRNS); nothing (a null pix) for
-// any other file, which Leptonica's own reader then decodes. Reads row by row straight into
-// the grey image, never holding the colour image whole, and skips the checksums of the
-// compressed data; a damaged or truncated file gives a null pix too. Any thread.
+// any other file, which Leptonica's own reader then decodes. Grey files are read row by row
+// straight into the image; colour ones hold their filtered data whole (3 or 4 bytes a pixel,
+// 1 for the grey image) while converting, never a 32-bit image. Skips the checksums of the
+// chunks; a damaged or truncated file gives a null pix too. Any thread.
 GrayPng readGrayPng(const std::string& path);
 
 }  // namespace tallowbrook::VisionOCR
