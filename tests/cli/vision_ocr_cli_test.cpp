@@ -298,6 +298,26 @@ TEST(VisionOcr, DecompressionBombIsRefusedBeforeDecoding) {
             "would take 24032 MB; at most 1536 MB)");
 }
 
+TEST(VisionOcr, ColourPngClaimingMoreDataThanItHoldsFailsWithinBoundedMemory) {
+  // The first image data chunk of an RGB page says it holds 2 GB.
+  std::string bytes = slurp(kImages + "/colour/black-on-cream.png");
+  const size_t idat = bytes.find("IDAT");
+  ASSERT_NE(idat, std::string::npos);
+  bytes.replace(idat - 4, 4, std::string("\x7f\xff\xff\xf0", 4));
+  char dir[] = "/tmp/tallowbrook-claim-XXXXXX";
+  ASSERT_NE(mkdtemp(dir), nullptr);
+  const std::string path = std::string(dir) + "/claim.png";
+  std::ofstream(path, std::ios::binary).write(bytes.data(), std::streamsize(bytes.size()));
+  auto run = recognizeInBoundedMemory(path);
+  EXPECT_EQ(run.status, 1) << run.out;
+  EXPECT_EQ(run.err, "");
+  auto lines = jsonLines(run.out);
+  ASSERT_EQ(lines.size(), 1u) << run.out;
+  EXPECT_EQ(lines[0]["message"], "could not read an image at " + path);
+  unlink(path.c_str());
+  rmdir(dir);
+}
+
 TEST(VisionOcr, VeryLargeImageIsScaledDownAndRead) {
   // 108 million pixels with labels near opposite corners: read, not refused.
   auto report = recognize(kImages + "/large-labels.png");

@@ -33,8 +33,8 @@ struct PngReader {
 }
 void quietWarning(png_structp, png_const_charp) {}
 
-// The grey Leptonica's pixConvertRGBToLuminance makes of one colour, computed as it does (in
-// single precision, rounded half up).
+// The grey Leptonica's pixConvertRGBToLuminance makes of one colour, computed as it does
+// (single-precision weights, plus a half, truncated).
 inline uint8_t luminance(l_int32 red, l_int32 green, l_int32 blue) {
   return uint8_t(l_int32(L_RED_WEIGHT * red + L_GREEN_WEIGHT * green + L_BLUE_WEIGHT * blue + 0.5));
 }
@@ -144,13 +144,16 @@ struct DecompressorDeleter {
 // The compressed image data of the PNG file `file`: its IDAT chunks' contents, joined. False
 // when the file ends before its closing chunk or a chunk is malformed.
 bool readImageData(FILE* file, std::vector<uint8_t>* data) {
-  if (fseek(file, 8, SEEK_SET) != 0) return false;
+  if (fseek(file, 0, SEEK_END) != 0) return false;
+  const long fileSize = ftell(file);
+  if (fileSize < 0 || fseek(file, 8, SEEK_SET) != 0) return false;
   for (;;) {
     uint8_t head[8];
     if (fread(head, 1, 8, file) != 8) return false;
     const uint32_t length =
         uint32_t(head[0]) << 24 | uint32_t(head[1]) << 16 | uint32_t(head[2]) << 8 | head[3];
-    if (length > 0x7fffffff) return false;
+    // A chunk claiming more than the file holds is cut short; nothing is allocated for it.
+    if (length > 0x7fffffff || ftell(file) + long(length) + 4 > fileSize) return false;
     if (std::memcmp(head + 4, "IEND", 4) == 0) return true;
     if (std::memcmp(head + 4, "IDAT", 4) == 0) {
       const size_t start = data->size();
