@@ -213,6 +213,7 @@ bool readColourRows(FILE* file, Pix* pix, int channels, bool* exact) {
   std::unique_ptr<libdeflate_decompressor, DecompressorDeleter> decompressor(
       libdeflate_alloc_decompressor());
   if (!decompressor) return false;
+  if (size_t(height) > SIZE_MAX / stride) return false;
   LargeBuffer rows(stride * size_t(height));
   if (rows.data() == nullptr) return false;
   // Exactly the image's rows: data cut short or running on is left to Leptonica.
