@@ -17,6 +17,12 @@ target_link_libraries(ocr-unit-tests PRIVATE tallowbrook-core tallowbrook-warnin
                       GTest::gtest_main)
 gtest_discover_tests(ocr-unit-tests TEST_PREFIX "ocr." DISCOVERY_TIMEOUT 60)
 
+# The PNG reader of the recogniser module, against Leptonica's reader.
+add_executable(ocr-png-tests unit/ocr_png_gray_reader_test.cpp)
+target_link_libraries(ocr-png-tests PRIVATE tallowbrook-ocr-impl tallowbrook-core
+                      tallowbrook-warnings GTest::gtest_main)
+gtest_discover_tests(ocr-png-tests TEST_PREFIX "ocr." DISCOVERY_TIMEOUT 60)
+
 # Images rendered from known text, made once per build tree.
 set(OCR_IMAGES_DIR ${CMAKE_CURRENT_BINARY_DIR}/ocr-images)
 add_custom_command(

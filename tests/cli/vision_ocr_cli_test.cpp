@@ -1,5 +1,6 @@
 // vision-ocr with the real recogniser, on images rendered from known text and on the corpus.
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
@@ -204,6 +205,58 @@ TEST(VisionOcr, UnreadableFilesFailWithTheReadMessage) {
   }
 }
 
+// Pages stored as colour PNGs (grey text in RGB, RGBA and grey+alpha; coloured text on
+// coloured ground) read exactly as the same pixels stored as a TIFF, which is decoded in colour.
+TEST(VisionOcr, ColourPngsReadAsTheSamePageInATiff) {
+  for (const char* name : {"gray-rgb", "gray-rgba", "gray-la", "black-on-cream", "navy-on-pink",
+                           "yellow-on-white", "red-on-blue", "eurotext-tinted"}) {
+    const std::string base = kImages + "/colour/" + name;
+    auto png = recognize(base + ".png");
+    auto tiff = recognize(base + ".tif");
+    EXPECT_EQ(png["lines"], tiff["lines"]) << name;
+    if (std::string(name).rfind("gray-", 0) == 0) {
+      EXPECT_EQ(texts(png), (std::vector<std::string>{"The archive keeps every letter",
+                                                      "that arrived during the winter.",
+                                                      "Receipts are filed by month"}))
+          << name;
+    }
+  }
+}
+
+TEST(VisionOcr, BlankAndNearWhiteColourPages) {
+  auto blank = recognize(kImages + "/colour/blank.png");
+  EXPECT_EQ(blank["width"], 3000);
+  EXPECT_EQ(blank["lineCount"], 0);
+  auto labels = recognize(kImages + "/colour/near-white.png");
+  EXPECT_EQ(texts(labels), (std::vector<std::string>{"North gate", "South"}));
+  expectWellFormedLines(labels);
+}
+
+TEST(VisionOcr, TruncatedColourPngsFailWithTheReadMessage) {
+  char dir[] = "/tmp/tallowbrook-cut-XXXXXX";
+  ASSERT_NE(mkdtemp(dir), nullptr);
+  // One page that is grey in RGB, one in colour, cut within the header and at twelve points
+  // through the image data, short of the closing chunk.
+  for (const char* name : {"gray-rgb", "black-on-cream"}) {
+    const std::string whole = slurp(kImages + "/colour/" + name + ".png");
+    ASSERT_GT(whole.size(), 1000u) << name;
+    const std::string cut = std::string(dir) + "/" + name + ".png";
+    const size_t last = whole.size() - 13;
+    for (size_t length : {size_t(0), size_t(8), size_t(16), size_t(33), size_t(40), size_t(60)}) {
+      std::ofstream(cut, std::ios::binary | std::ios::trunc)
+          .write(whole.data(), std::streamsize(length));
+      expectFailure({"vision-ocr", cut}, "could not read an image at " + cut);
+    }
+    for (int step = 1; step <= 12; ++step) {
+      std::ofstream(cut, std::ios::binary | std::ios::trunc)
+          .write(whole.data(), std::streamsize(60 + (last - 60) * step / 12));
+      expectFailure({"vision-ocr", cut}, "could not read an image at " + cut);
+    }
+    unlink(cut.c_str());
+  }
+  rmdir(dir);
+}
+
 TEST(VisionOcr, OnePixelImageGivesAnEmptyReport) {
   auto report = recognize(kImages + "/one-pixel.png");
   EXPECT_EQ(report["width"], 1);
@@ -243,6 +296,26 @@ TEST(VisionOcr, DecompressionBombIsRefusedBeforeDecoding) {
   EXPECT_EQ(lines[0]["message"],
             "Vision failed: the image is too large to decode safely (60000 x 60000 pixels "
             "would take 24032 MB; at most 1536 MB)");
+}
+
+TEST(VisionOcr, ColourPngClaimingMoreDataThanItHoldsFailsWithinBoundedMemory) {
+  // The first image data chunk of an RGB page says it holds 2 GB.
+  std::string bytes = slurp(kImages + "/colour/black-on-cream.png");
+  const size_t idat = bytes.find("IDAT");
+  ASSERT_NE(idat, std::string::npos);
+  bytes.replace(idat - 4, 4, std::string("\x7f\xff\xff\xf0", 4));
+  char dir[] = "/tmp/tallowbrook-claim-XXXXXX";
+  ASSERT_NE(mkdtemp(dir), nullptr);
+  const std::string path = std::string(dir) + "/claim.png";
+  std::ofstream(path, std::ios::binary).write(bytes.data(), std::streamsize(bytes.size()));
+  auto run = recognizeInBoundedMemory(path);
+  EXPECT_EQ(run.status, 1) << run.out;
+  EXPECT_EQ(run.err, "");
+  auto lines = jsonLines(run.out);
+  ASSERT_EQ(lines.size(), 1u) << run.out;
+  EXPECT_EQ(lines[0]["message"], "could not read an image at " + path);
+  unlink(path.c_str());
+  rmdir(dir);
 }
 
 TEST(VisionOcr, VeryLargeImageIsScaledDownAndRead) {

@@ -177,7 +177,15 @@ class TesseractRecognizer final : public TextRecognizer {
     size_ = *size;
     decodeBytes_ = decodeBytes({width, height, bps, spp, colormap != 0});
     if (decodeBytes_ > kMaxDecodeBytes) return true;  // refused when recognising
-    Pix* decoded = format == IFF_PNG ? readGrayPng(path) : nullptr;
+    Pix* decoded = nullptr;
+    if (format == IFF_PNG) {
+      // A PNG of grey pixels is decoded to grey whatever its layout. A coloured one is read in
+      // colour, which Tesseract reads differently from its grey, unless its grey shows a blank
+      // page: that grey is the one a blank page is found in, and costs a quarter of the memory.
+      GrayPng png = readGrayPng(path);
+      if (png.pix != nullptr && !png.exact && !plainlyBlank(png.pix)) pixDestroy(&png.pix);
+      decoded = png.pix;
+    }
     if (decoded == nullptr) decoded = pixRead(path.c_str());
     if (decoded == nullptr) return false;
     image_.reset(decoded);
