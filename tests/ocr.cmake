@@ -23,6 +23,11 @@ target_link_libraries(ocr-png-tests PRIVATE tallowbrook-ocr-impl tallowbrook-cor
                       tallowbrook-warnings GTest::gtest_main)
 gtest_discover_tests(ocr-png-tests TEST_PREFIX "ocr." DISCOVERY_TIMEOUT 60)
 
+# The PNG reader's fuzzer (scripts/fuzz).
+include(${CMAKE_CURRENT_LIST_DIR}/fuzz/fuzz.cmake)
+tallowbrook_fuzz_target(png_reader SOURCES fuzz/png_reader_fuzz.cpp
+                        LIBRARIES tallowbrook-ocr-impl tallowbrook-core)
+
 # Images rendered from known text, made once per build tree.
 set(OCR_IMAGES_DIR ${CMAKE_CURRENT_BINARY_DIR}/ocr-images)
 add_custom_command(
