@@ -25,6 +25,7 @@
 #include "ocr/dark_regions.h"
 #include "ocr/decode_budget.h"
 #include "ocr/languages.h"
+#include "ocr/line_direction.h"
 #include "ocr/line_quad.h"
 #include "ocr/page_split.h"
 #include "ocr/reading_shape.h"
@@ -209,7 +210,8 @@ class TesseractRecognizer final : public TextRecognizer {
     ImageFrame frame;
     bool blank = false;
     std::vector<Panel> panels;
-    PixPtr pix = prepared(&frame, &blank, &panels);
+    LineDirection direction = LineDirection::unknown;
+    PixPtr pix = prepared(&frame, &blank, &panels, &direction);
     if (blank) return true;  // nothing to read: no recognition data is even loaded
     if (!pix) {
       *error = "could not prepare the image for recognition";
@@ -233,6 +235,31 @@ class TesseractRecognizer final : public TextRecognizer {
     for (const auto& language : languages) joined += (joined.empty() ? "" : "+") + language;
     tesseract::TessBaseAPI api;
     if (!initEngine(api, dataDir, joined, settings, error)) return false;
+
+    // A page whose lines run down it lies turned by a quarter, one way or the other: orientation
+    // detection tells which, and the page is read turned first. So is a page that the detection
+    // run for the language found turned in a way its lines agree with. That reading stands when
+    // it is plausible upright text with enough letters for the detection to count, and the page
+    // is read once; otherwise it is kept for the comparisons below.
+    std::optional<Reading> early;
+    PixPtr earlyPix;
+    if (haveOsd && (detected || direction == LineDirection::down)) {
+      if (!detected) detected = detectOrientation(dataDir, pix.get());
+      const int turns = detected ? (4 - detected->degrees / 90) % 4 : 0;
+      const bool agrees =
+          turns % 2 == 1 ? direction == LineDirection::down : direction == LineDirection::across;
+      if (turns != 0 && agrees) {
+        earlyPix.reset(pixRotateOrth(pix.get(), turns));
+        Reading reading;
+        if (earlyPix && !read(api, earlyPix.get(), turns, &reading, error)) return false;
+        if (earlyPix && plausibleUpright(reading) && reading.characters >= kOsdCharacters) {
+          frame.quarterTurns = turns;
+          collect(api, frame, settings.minimumTextHeightFraction, observations);
+          return readPanels(api, frame, panels, settings, observations, error);
+        }
+        if (earlyPix) early = reading;
+      }
+    }
 
     // A large page with a blank band across it is read as two halves on two threads, each
     // with an engine of its own (the second loads while the first reads). That reading stands
@@ -292,10 +319,16 @@ class TesseractRecognizer final : public TextRecognizer {
     PixPtr turned;
     auto tryTurn = [&](int turns, bool trusted) -> bool {
       if (turns == best.turns || turns == upright.turns) return true;
-      PixPtr image(pixRotateOrth(pix.get(), turns));
+      PixPtr image;
       Reading reading;
-      if (!image || !read(api, image.get(), turns, &reading, error)) return false;
-      recognized = image.get();
+      if (early && early->turns == turns) {
+        image.reset(pixClone(earlyPix.get()));  // read already
+        reading = *early;
+      } else {
+        image.reset(pixRotateOrth(pix.get(), turns));
+        if (!image || !read(api, image.get(), turns, &reading, error)) return false;
+        recognized = image.get();
+      }
       // Orientation detection's choice needs only to read no worse; a guess needs to read
       // clearly better, in the shapes of its words or by far in confidence.
       const bool notWorse = reading.shape + kShapeTolerance >= best.shape;
@@ -451,7 +484,8 @@ class TesseractRecognizer final : public TextRecognizer {
   // The decoded image at a depth Tesseract takes, cropped to its content, scaled down when
   // very large, with light-on-dark regions inverted; `frame` says how it relates to the
   // decoded image. Sets `*blank` (and returns nothing) when the image holds no content.
-  PixPtr prepared(ImageFrame* frame, bool* blank, std::vector<Panel>* panels) const {
+  PixPtr prepared(ImageFrame* frame, bool* blank, std::vector<Panel>* panels,
+                  LineDirection* direction) const {
     PixPtr pix = normalizedDepth(image_.get());
     if (!pix) return nullptr;
     const int width = pixGetWidth(pix.get()), height = pixGetHeight(pix.get());
@@ -462,7 +496,7 @@ class TesseractRecognizer final : public TextRecognizer {
       *blank = true;
       return nullptr;
     }
-    auto content = contentBox(pix.get());
+    auto content = contentBox(pix.get(), direction);
     if (!content) {
       *blank = true;
       return nullptr;
@@ -657,10 +691,12 @@ class TesseractRecognizer final : public TextRecognizer {
     return across;
   }
 
-  // The box around the content of `pix` (see contentMask); nothing for a blank image.
-  static std::optional<PixelBox> contentBox(Pix* pix) {
+  // The box around the content of `pix` (see contentMask), with the direction its lines run in
+  // (see lineDirection); nothing for a blank image.
+  static std::optional<PixelBox> contentBox(Pix* pix, LineDirection* direction) {
     PixPtr mask = contentMask(pix);
     if (!mask) return std::nullopt;
+    *direction = linesOf(mask.get());
     Box* box = nullptr;
     if (pixClipBoxToForeground(mask.get(), nullptr, nullptr, &box) != 0 || box == nullptr) {
       return std::nullopt;
@@ -669,6 +705,25 @@ class TesseractRecognizer final : public TextRecognizer {
     boxGetGeometry(box, &x, &y, &w, &h);
     boxDestroy(&box);
     return PixelBox{x, y, x + w, y + h};
+  }
+
+  // The direction of the lines of the one-bit `mask`, from its row and column profiles.
+  static LineDirection linesOf(Pix* mask) {
+    NUMA* rows = pixCountPixelsByRow(mask, nullptr);
+    NUMA* columns = pixCountPixelsByColumn(mask);
+    LineDirection direction = LineDirection::unknown;
+    if (rows != nullptr && columns != nullptr) {
+      direction = lineDirection(counts(rows), counts(columns));
+    }
+    numaDestroy(&rows);
+    numaDestroy(&columns);
+    return direction;
+  }
+
+  static std::vector<int> counts(NUMA* numbers) {
+    std::vector<int> values(size_t(numaGetCount(numbers)));
+    for (size_t i = 0; i < values.size(); ++i) numaGetIValue(numbers, int(i), &values[i]);
+    return values;
   }
 
   // `pix` cut in two (see pageSplit) when it is large enough for two threads to pay, with
