@@ -25,12 +25,16 @@ constexpr int kBlankShare = 4;
 constexpr int kLineContent = 8;
 // Lines are at least this many pixels high: narrower runs are letters or strokes.
 constexpr int kMinimumLineHeight = 6;
+// The strokes on one side of the cores of the lines weigh this many halves of those on the
+// other when that side is clearly the side of the ascenders.
+constexpr int kStrokeWeight = 3;
 // A run of content this many times as long as the median run is no line.
 constexpr int kLongRun = 3;
 
 // The runs of content in `profile` (their lengths and the content in each), the span from its
 // first content to its last, and how much of that span is blank.
 struct Runs {
+  std::vector<int> starts;
   std::vector<int> lengths;
   std::vector<int64_t> content;
   int span = 0;
@@ -52,6 +56,7 @@ Runs runsOf(const std::vector<int>& profile) {
       if (start < 0) start = i, sum = 0;
       sum += profile[i];
     } else if (start >= 0) {
+      runs.starts.push_back(start);
       runs.lengths.push_back(i - start);
       runs.content.push_back(sum);
       start = -1;
@@ -90,6 +95,28 @@ LineDirection lineDirection(const std::vector<int>& rows, const std::vector<int>
   const bool columnsStriped = striped(down, across);
   if (rowsStriped == columnsStriped) return LineDirection::unknown;
   return rowsStriped ? LineDirection::across : LineDirection::down;
+}
+
+std::optional<bool> ascendersFirst(const std::vector<int>& profile) {
+  const Runs runs = runsOf(profile);
+  int lines = 0;
+  int64_t above = 0, below = 0;
+  for (size_t n = 0; n < runs.lengths.size(); ++n) {
+    // The line's core, and the strokes before and after it.
+    const int start = runs.starts[n], end = start + runs.lengths[n];
+    if (runs.lengths[n] < kMinimumLineHeight) continue;
+    const int peak = *std::max_element(profile.begin() + start, profile.begin() + end);
+    int top = start, bottom = end - 1;
+    while (profile[top] * 2 < peak) ++top;
+    while (profile[bottom] * 2 < peak) --bottom;
+    for (int i = start; i < top; ++i) above += profile[i];
+    for (int i = bottom + 1; i < end; ++i) below += profile[i];
+    ++lines;
+  }
+  if (lines < kMinimumLines) return std::nullopt;
+  if (above * 2 > below * kStrokeWeight) return true;
+  if (below * 2 > above * kStrokeWeight) return false;
+  return std::nullopt;
 }
 
 }  // namespace tallowbrook::VisionOCR

@@ -1,7 +1,8 @@
 // Which way the lines of text on a page run, told from the page's content profiles alone, before
-// any recognition: a cheap hint that a page lies turned by a quarter.
+// any recognition: cheap hints that a page lies turned.
 #pragma once
 
+#include <optional>
 #include <vector>
 
 namespace tallowbrook::VisionOCR {
@@ -23,5 +24,17 @@ enum class LineDirection {
 // than the line is high. `across` or `down` only when one profile is striped and the other not.
 // Pure; any thread.
 LineDirection lineDirection(const std::vector<int>& rows, const std::vector<int>& columns);
+
+// Which side of its lines the ascenders of a page's text lie on, as far as their shapes tell,
+// from the profile across the lines (`profile[i]` content pixels in row or column i): each line
+// has a core of rows (columns) holding at least half its fullest one's content, the height of
+// its small letters, and in Latin, Cyrillic and Greek text more strokes reach out of the core
+// on the side of the ascenders (capitals, ascenders, accents) than on the other (descenders).
+// True when, over at least three lines, the strokes before the cores (lower indexes) outweigh
+// those after them by half as much again: rows of upright lines, columns of lines turned a
+// quarter counterclockwise. False when those after outweigh those before so: rows of lines
+// upside down, columns of lines turned a quarter clockwise. Nothing for fewer lines and where
+// it is unclear. Pure; any thread.
+std::optional<bool> ascendersFirst(const std::vector<int>& profile);
 
 }  // namespace tallowbrook::VisionOCR

@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -136,6 +138,55 @@ TEST(LineDirection, GridOfCellsStripedBothWaysIsUnknown) {
     for (int x = 20; x < 780; x += 20) page.fill(x, y, x + 12, y + 12);
   }
   EXPECT_EQ(page.direction(), LineDirection::unknown);
+}
+
+// A page of lines across with a core 12 high: a stroke 6 high above the core every 30 columns
+// (capitals, ascenders), one 5 below it every 90 (descenders); turned upside down when asked.
+std::vector<int> rowsOfLines(int count, bool upsideDown) {
+  Mask page(600, 60 + 30 * count);
+  for (int n = 0; n < count; ++n) {
+    const int top = 40 + 30 * n;
+    page.fill(50, top, 550, top + 12);
+    for (int x = 50 + n * 7 % 30; x + 4 <= 550; x += 30) page.fill(x, top - 6, x + 4, top);
+    for (int x = 60 + n * 11 % 90; x + 4 <= 550; x += 90) page.fill(x, top + 12, x + 4, top + 17);
+  }
+  std::vector<int> rows(page.height, 0);
+  for (int y = 0; y < page.height; ++y) {
+    for (int x = 0; x < page.width; ++x) rows[y] += page.cells[size_t(y) * page.width + x];
+  }
+  if (upsideDown) std::reverse(rows.begin(), rows.end());
+  return rows;
+}
+
+TEST(AscendersFirst, UprightLinesHaveTheirAscendersFirst) {
+  EXPECT_EQ(ascendersFirst(rowsOfLines(10, false)), std::optional<bool>(true));
+}
+
+TEST(AscendersFirst, LinesUpsideDownHaveThemLast) {
+  EXPECT_EQ(ascendersFirst(rowsOfLines(10, true)), std::optional<bool>(false));
+}
+
+TEST(AscendersFirst, TwoLinesAreTooFewToTell) {
+  EXPECT_EQ(ascendersFirst(rowsOfLines(2, false)), std::nullopt);
+  EXPECT_EQ(ascendersFirst(rowsOfLines(2, true)), std::nullopt);
+}
+
+TEST(AscendersFirst, PlainBarsAndBlankPagesDoNotTell) {
+  EXPECT_EQ(ascendersFirst({}), std::nullopt);
+  EXPECT_EQ(ascendersFirst(std::vector<int>(100, 0)), std::nullopt);
+  std::vector<int> bars(300, 0);
+  for (int y = 20; y + 12 <= 280; y += 30) std::fill(bars.begin() + y, bars.begin() + y + 12, 400);
+  EXPECT_EQ(ascendersFirst(bars), std::nullopt);
+}
+
+TEST(AscendersFirst, StrokesAsManyOnBothSidesDoNotTell) {
+  std::vector<int> rows(400, 0);
+  for (int y = 20; y + 24 <= 380; y += 40) {
+    std::fill(rows.begin() + y, rows.begin() + y + 6, 50);
+    std::fill(rows.begin() + y + 6, rows.begin() + y + 18, 400);
+    std::fill(rows.begin() + y + 18, rows.begin() + y + 24, 60);
+  }
+  EXPECT_EQ(ascendersFirst(rows), std::nullopt);
 }
 
 }  // namespace
