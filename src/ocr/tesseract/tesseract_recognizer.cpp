@@ -155,6 +155,24 @@ std::optional<PageOrientation> detectOrientation(const std::string& dataDir, Pix
   return PageOrientation{degrees, script != nullptr ? script : ""};
 }
 
+// What a page's lines look like, from its content alone (see line_direction.h).
+struct PageLines {
+  LineDirection direction = LineDirection::unknown;
+  // Which side of the lines the ascenders lie on (see ascendersFirst): before the cores in the
+  // direction across the lines (above upright lines, left of lines turned counterclockwise).
+  std::optional<bool> ascendersFirst;
+
+  // The quarter turns that would right the page as its lines look, when they tell: 2 for lines
+  // across upside down, 1 for lines turned counterclockwise; nothing for upright lines and for
+  // lines turned clockwise, which the recogniser turns right itself.
+  std::optional<int> turns() const {
+    if (!ascendersFirst) return std::nullopt;
+    if (direction == LineDirection::across && !*ascendersFirst) return 2;
+    if (direction == LineDirection::down && *ascendersFirst) return 1;
+    return std::nullopt;
+  }
+};
+
 // A dark panel of a lighter page, inverted, read on its own.
 struct Panel {
   PixelBox box;  // in the pixels of the prepared page
@@ -210,8 +228,8 @@ class TesseractRecognizer final : public TextRecognizer {
     ImageFrame frame;
     bool blank = false;
     std::vector<Panel> panels;
-    LineDirection direction = LineDirection::unknown;
-    PixPtr pix = prepared(&frame, &blank, &panels, &direction);
+    PageLines lines;
+    PixPtr pix = prepared(&frame, &blank, &panels, &lines);
     if (blank) return true;  // nothing to read: no recognition data is even loaded
     if (!pix) {
       *error = "could not prepare the image for recognition";
@@ -236,18 +254,25 @@ class TesseractRecognizer final : public TextRecognizer {
     tesseract::TessBaseAPI api;
     if (!initEngine(api, dataDir, joined, settings, error)) return false;
 
-    // A page whose lines run down it lies turned by a quarter, one way or the other: orientation
-    // detection tells which, and the page is read turned first. So is a page that the detection
-    // run for the language found turned in a way its lines agree with. That reading stands when
-    // it is plausible upright text with enough letters for the detection to count, and the page
-    // is read once; otherwise it is kept for the comparisons below.
+    // A page whose lines look turned counterclockwise or upside down, or run down it with no
+    // telling which way, may lie turned (pages turned clockwise the recogniser reads right as
+    // they are): orientation detection tells, and when its turn agrees with the lines, the page
+    // is read turned first. That reading stands when it is plausible upright text with enough
+    // letters for the detection to count, and the page is read once; otherwise it is kept for
+    // the comparisons below.
     std::optional<Reading> early;
     PixPtr earlyPix;
-    if (haveOsd && (detected || direction == LineDirection::down)) {
+    // Ascenders tell only in the scripts that have them.
+    const bool ascenders = std::all_of(languages.begin(), languages.end(), [](const auto& data) {
+      const std::string script = languageScript(data);
+      return script == "Latin" || script == "Cyrillic" || script == "Greek";
+    });
+    if (!ascenders) lines.ascendersFirst.reset();
+    const std::optional<int> seen = lines.turns();
+    if (haveOsd && (seen || (lines.direction == LineDirection::down && !lines.ascendersFirst))) {
       if (!detected) detected = detectOrientation(dataDir, pix.get());
       const int turns = detected ? (4 - detected->degrees / 90) % 4 : 0;
-      const bool agrees =
-          turns % 2 == 1 ? direction == LineDirection::down : direction == LineDirection::across;
+      const bool agrees = seen ? turns == *seen : turns % 2 == 1;
       if (turns != 0 && agrees) {
         earlyPix.reset(pixRotateOrth(pix.get(), turns));
         Reading reading;
@@ -485,7 +510,7 @@ class TesseractRecognizer final : public TextRecognizer {
   // very large, with light-on-dark regions inverted; `frame` says how it relates to the
   // decoded image. Sets `*blank` (and returns nothing) when the image holds no content.
   PixPtr prepared(ImageFrame* frame, bool* blank, std::vector<Panel>* panels,
-                  LineDirection* direction) const {
+                  PageLines* lines) const {
     PixPtr pix = normalizedDepth(image_.get());
     if (!pix) return nullptr;
     const int width = pixGetWidth(pix.get()), height = pixGetHeight(pix.get());
@@ -496,7 +521,7 @@ class TesseractRecognizer final : public TextRecognizer {
       *blank = true;
       return nullptr;
     }
-    auto content = contentBox(pix.get(), direction);
+    auto content = contentBox(pix.get(), lines);
     if (!content) {
       *blank = true;
       return nullptr;
@@ -691,12 +716,12 @@ class TesseractRecognizer final : public TextRecognizer {
     return across;
   }
 
-  // The box around the content of `pix` (see contentMask), with the direction its lines run in
-  // (see lineDirection); nothing for a blank image.
-  static std::optional<PixelBox> contentBox(Pix* pix, LineDirection* direction) {
+  // The box around the content of `pix` (see contentMask), with what its lines look like;
+  // nothing for a blank image.
+  static std::optional<PixelBox> contentBox(Pix* pix, PageLines* lines) {
     PixPtr mask = contentMask(pix);
     if (!mask) return std::nullopt;
-    *direction = linesOf(mask.get());
+    *lines = linesOf(mask.get());
     Box* box = nullptr;
     if (pixClipBoxToForeground(mask.get(), nullptr, nullptr, &box) != 0 || box == nullptr) {
       return std::nullopt;
@@ -707,17 +732,22 @@ class TesseractRecognizer final : public TextRecognizer {
     return PixelBox{x, y, x + w, y + h};
   }
 
-  // The direction of the lines of the one-bit `mask`, from its row and column profiles.
-  static LineDirection linesOf(Pix* mask) {
+  // What the lines of the one-bit `mask` look like, from its row and column profiles.
+  static PageLines linesOf(Pix* mask) {
     NUMA* rows = pixCountPixelsByRow(mask, nullptr);
     NUMA* columns = pixCountPixelsByColumn(mask);
-    LineDirection direction = LineDirection::unknown;
+    PageLines lines;
     if (rows != nullptr && columns != nullptr) {
-      direction = lineDirection(counts(rows), counts(columns));
+      const std::vector<int> rowCounts = counts(rows), columnCounts = counts(columns);
+      lines.direction = lineDirection(rowCounts, columnCounts);
+      if (lines.direction != LineDirection::unknown) {
+        lines.ascendersFirst =
+            ascendersFirst(lines.direction == LineDirection::across ? rowCounts : columnCounts);
+      }
     }
     numaDestroy(&rows);
     numaDestroy(&columns);
-    return direction;
+    return lines;
   }
 
   static std::vector<int> counts(NUMA* numbers) {
