@@ -45,7 +45,13 @@ Runs runsOf(const std::vector<int>& profile) {
   Runs runs;
   const int peak = profile.empty() ? 0 : *std::max_element(profile.begin(), profile.end());
   if (peak <= 0) return runs;
-  const int gap = peak / kGapShare;
+  // A border or rule along the whole page adds the same to every row (column): gaps between
+  // lines are measured above the least content within the span of the content.
+  auto nonzero = [](int value) { return value > 0; };
+  const auto from = std::find_if(profile.begin(), profile.end(), nonzero);
+  const auto to = std::find_if(profile.rbegin(), profile.rend(), nonzero).base();
+  const int floor = *std::min_element(from, to);
+  const int gap = floor + (peak - floor) / kGapShare;
   int first = -1, last = -1, start = -1;
   int64_t sum = 0;
   for (int i = 0; i <= int(profile.size()); ++i) {

@@ -15,14 +15,15 @@ enum class LineDirection {
 
 // The direction of the text lines of a page whose content mask has `rows[y]` content pixels in
 // row y and `columns[x]` in column x. Lines running across stripe the row profile with at least
-// three runs of content between blank gaps, each run far shorter than the content is
+// three runs of content between gaps (rows blank, or holding little more than the least row
+// does: a border along the page adds to every row), each run far shorter than the content is
 // wide (a line's height against its length), while the column profile is mostly content (lines
 // far apart are labels or headings, not a page of text); lines running down stripe the column
 // profile in the same way. Lines are at least a few pixels high, and hold a fair share of the
-// content: a large block beside a few lines (a dark panel) makes no stripes either way. A single
-// line is no stripes at all, and the gaps between its words do not count since its words are wider
-// than the line is high. `across` or `down` only when one profile is striped and the other not.
-// Pure; any thread.
+// content: a large block beside a few lines (a dark panel) makes no stripes either way. A
+// single line is no stripes at all, and the gaps between its words do not count since its
+// words are wider than the line is high. `across` or `down` only when one profile is striped
+// and the other not. Pure; any thread.
 LineDirection lineDirection(const std::vector<int>& rows, const std::vector<int>& columns);
 
 // Which side of its lines the ascenders of a page's text lie on, as far as their shapes tell,

@@ -65,6 +65,18 @@ TEST(LineDirection, TwoColumnsOfLinesAcrossAreAcross) {
   EXPECT_EQ(page.direction(), LineDirection::across);
 }
 
+TEST(LineDirection, ABorderAlongThePageLeavesTheStripes) {
+  // A scanner's dark edge down the side of the page adds to every row.
+  Mask across(800, 800);
+  across.linesAcross(100, 50, 750, 750);
+  across.fill(0, 0, 40, 800);
+  EXPECT_EQ(across.direction(), LineDirection::across);
+  Mask down(800, 800);
+  down.linesDown(50, 100, 750, 750);
+  down.fill(0, 0, 800, 40);
+  EXPECT_EQ(down.direction(), LineDirection::down);
+}
+
 TEST(LineDirection, BlankPageIsUnknown) {
   EXPECT_EQ(Mask(300, 200).direction(), LineDirection::unknown);
   EXPECT_EQ(lineDirection({}, {}), LineDirection::unknown);
