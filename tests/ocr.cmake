@@ -4,6 +4,7 @@ add_executable(ocr-unit-tests
   unit/ocr_decode_budget_test.cpp
   unit/ocr_geometry_test.cpp
   unit/ocr_languages_test.cpp
+  unit/ocr_line_direction_test.cpp
   unit/ocr_line_quad_test.cpp
   unit/ocr_lines_test.cpp
   unit/ocr_page_split_test.cpp

@@ -25,6 +25,7 @@
 #include "ocr/dark_regions.h"
 #include "ocr/decode_budget.h"
 #include "ocr/languages.h"
+#include "ocr/line_direction.h"
 #include "ocr/line_quad.h"
 #include "ocr/page_split.h"
 #include "ocr/reading_shape.h"
@@ -154,6 +155,24 @@ std::optional<PageOrientation> detectOrientation(const std::string& dataDir, Pix
   return PageOrientation{degrees, script != nullptr ? script : ""};
 }
 
+// What a page's lines look like, from its content alone (see line_direction.h).
+struct PageLines {
+  LineDirection direction = LineDirection::unknown;
+  // Which side of the lines the ascenders lie on (see ascendersFirst): before the cores in the
+  // direction across the lines (above upright lines, left of lines turned counterclockwise).
+  std::optional<bool> ascendersFirst;
+
+  // The quarter turns that would right the page as its lines look, when they tell: 2 for lines
+  // across upside down, 1 for lines turned counterclockwise; nothing for upright lines and for
+  // lines turned clockwise, which the recogniser turns right itself.
+  std::optional<int> turns() const {
+    if (!ascendersFirst) return std::nullopt;
+    if (direction == LineDirection::across && !*ascendersFirst) return 2;
+    if (direction == LineDirection::down && *ascendersFirst) return 1;
+    return std::nullopt;
+  }
+};
+
 // A dark panel of a lighter page, inverted, read on its own.
 struct Panel {
   PixelBox box;  // in the pixels of the prepared page
@@ -217,7 +236,8 @@ class TesseractRecognizer final : public TextRecognizer {
     ImageFrame frame;
     bool blank = false;
     std::vector<Panel> panels;
-    PixPtr pix = prepared(&frame, &blank, &panels);
+    PageLines lines;
+    PixPtr pix = prepared(&frame, &blank, &panels, &lines);
     if (blank) return true;  // nothing to read: no recognition data is even loaded
     if (!pix) {
       *error = "could not prepare the image for recognition";
@@ -241,6 +261,38 @@ class TesseractRecognizer final : public TextRecognizer {
     for (const auto& language : languages) joined += (joined.empty() ? "" : "+") + language;
     tesseract::TessBaseAPI api;
     if (!initEngine(api, dataDir, joined, settings, error)) return false;
+
+    // A page whose lines look turned counterclockwise or upside down, or run down it with no
+    // telling which way, may lie turned (pages turned clockwise the recogniser reads right as
+    // they are): orientation detection tells, and when its turn agrees with the lines, the page
+    // is read turned first. That reading stands when it is plausible upright text with enough
+    // letters for the detection to count, and the page is read once; otherwise it is kept for
+    // the comparisons below.
+    std::optional<Reading> early;
+    PixPtr earlyPix;
+    // Ascenders tell only in the scripts that have them.
+    const bool ascenders = std::all_of(languages.begin(), languages.end(), [](const auto& data) {
+      const std::string script = languageScript(data);
+      return script == "Latin" || script == "Cyrillic" || script == "Greek";
+    });
+    if (!ascenders) lines.ascendersFirst.reset();
+    const std::optional<int> seen = lines.turns();
+    if (haveOsd && (seen || (lines.direction == LineDirection::down && !lines.ascendersFirst))) {
+      if (!detected) detected = detectOrientation(dataDir, pix.get());
+      const int turns = detected ? (4 - detected->degrees / 90) % 4 : 0;
+      const bool agrees = seen ? turns == *seen : turns % 2 == 1;
+      if (turns != 0 && agrees) {
+        earlyPix.reset(pixRotateOrth(pix.get(), turns));
+        Reading reading;
+        if (earlyPix && !read(api, earlyPix.get(), turns, &reading, error)) return false;
+        if (earlyPix && plausibleUpright(reading) && reading.characters >= kOsdCharacters) {
+          frame.quarterTurns = turns;
+          collect(api, frame, settings.minimumTextHeightFraction, observations);
+          return readPanels(api, frame, panels, settings, observations, error);
+        }
+        if (earlyPix) early = reading;
+      }
+    }
 
     // A large page with a blank band across it is read as two halves on two threads, each
     // with an engine of its own (the second loads while the first reads). That reading stands
@@ -300,10 +352,16 @@ class TesseractRecognizer final : public TextRecognizer {
     PixPtr turned;
     auto tryTurn = [&](int turns, bool trusted) -> bool {
       if (turns == best.turns || turns == upright.turns) return true;
-      PixPtr image(pixRotateOrth(pix.get(), turns));
+      PixPtr image;
       Reading reading;
-      if (!image || !read(api, image.get(), turns, &reading, error)) return false;
-      recognized = image.get();
+      if (early && early->turns == turns) {
+        image.reset(pixClone(earlyPix.get()));  // read already
+        reading = *early;
+      } else {
+        image.reset(pixRotateOrth(pix.get(), turns));
+        if (!image || !read(api, image.get(), turns, &reading, error)) return false;
+        recognized = image.get();
+      }
       // Orientation detection's choice needs only to read no worse; a guess needs to read
       // clearly better, in the shapes of its words or by far in confidence.
       const bool notWorse = reading.shape + kShapeTolerance >= best.shape;
@@ -459,7 +517,8 @@ class TesseractRecognizer final : public TextRecognizer {
   // The decoded image at a depth Tesseract takes, cropped to its content, scaled down when
   // very large, with light-on-dark regions inverted; `frame` says how it relates to the
   // decoded image. Sets `*blank` (and returns nothing) when the image holds no content.
-  PixPtr prepared(ImageFrame* frame, bool* blank, std::vector<Panel>* panels) const {
+  PixPtr prepared(ImageFrame* frame, bool* blank, std::vector<Panel>* panels,
+                  PageLines* lines) const {
     PixPtr pix = normalizedDepth(image_.get());
     if (!pix) return nullptr;
     const int width = pixGetWidth(pix.get()), height = pixGetHeight(pix.get());
@@ -470,7 +529,7 @@ class TesseractRecognizer final : public TextRecognizer {
       *blank = true;
       return nullptr;
     }
-    auto content = contentBox(pix.get());
+    auto content = contentBox(pix.get(), lines);
     if (!content) {
       *blank = true;
       return nullptr;
@@ -665,10 +724,12 @@ class TesseractRecognizer final : public TextRecognizer {
     return across;
   }
 
-  // The box around the content of `pix` (see contentMask); nothing for a blank image.
-  static std::optional<PixelBox> contentBox(Pix* pix) {
+  // The box around the content of `pix` (see contentMask), with what its lines look like;
+  // nothing for a blank image.
+  static std::optional<PixelBox> contentBox(Pix* pix, PageLines* lines) {
     PixPtr mask = contentMask(pix);
     if (!mask) return std::nullopt;
+    *lines = linesOf(mask.get());
     Box* box = nullptr;
     if (pixClipBoxToForeground(mask.get(), nullptr, nullptr, &box) != 0 || box == nullptr) {
       return std::nullopt;
@@ -677,6 +738,30 @@ class TesseractRecognizer final : public TextRecognizer {
     boxGetGeometry(box, &x, &y, &w, &h);
     boxDestroy(&box);
     return PixelBox{x, y, x + w, y + h};
+  }
+
+  // What the lines of the one-bit `mask` look like, from its row and column profiles.
+  static PageLines linesOf(Pix* mask) {
+    NUMA* rows = pixCountPixelsByRow(mask, nullptr);
+    NUMA* columns = pixCountPixelsByColumn(mask);
+    PageLines lines;
+    if (rows != nullptr && columns != nullptr) {
+      const std::vector<int> rowCounts = counts(rows), columnCounts = counts(columns);
+      lines.direction = lineDirection(rowCounts, columnCounts);
+      if (lines.direction != LineDirection::unknown) {
+        lines.ascendersFirst =
+            ascendersFirst(lines.direction == LineDirection::across ? rowCounts : columnCounts);
+      }
+    }
+    numaDestroy(&rows);
+    numaDestroy(&columns);
+    return lines;
+  }
+
+  static std::vector<int> counts(NUMA* numbers) {
+    std::vector<int> values(size_t(numaGetCount(numbers)));
+    for (size_t i = 0; i < values.size(); ++i) numaGetIValue(numbers, int(i), &values[i]);
+    return values;
   }
 
   // `pix` cut in two (see pageSplit) when it is large enough for two threads to pay, with
