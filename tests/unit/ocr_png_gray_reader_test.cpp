@@ -222,6 +222,35 @@ TEST_F(PngGrayReader, EveryRowFilterIsUndone) {
   }
 }
 
+TEST_F(PngGrayReader, RowsRepeatingTheRowAboveKeepItsGreyAndExactness) {
+  // Bands of one row repeated, as a page's blank stretches are written with the filter that
+  // adds the row above: grey bands, then (in the second file) one coloured band among them.
+  std::mt19937 random(11);
+  const int width = 53, height = 40;
+  for (bool coloured : {false, true}) {
+    for (int colorType : {PNG_COLOR_TYPE_RGB, PNG_COLOR_TYPE_RGB_ALPHA}) {
+      const int channels = channelsOf(colorType);
+      std::vector<uint8_t> pixels, row;
+      for (int y = 0; y < height; ++y) {
+        if (y % 8 == 0) {  // a new band
+          row.clear();
+          for (int x = 0; x < width; ++x) {
+            const auto level = uint8_t(random());
+            const bool colour = coloured && y == 16 && x == 20;
+            row.insert(row.end(), {level, uint8_t(colour ? level ^ 1 : level), level});
+            if (channels == 4) row.push_back(255);
+          }
+        }
+        pixels.insert(pixels.end(), row.begin(), row.end());
+      }
+      const std::string file =
+          path("bands" + std::to_string(colorType) + (coloured ? "-coloured" : "") + ".png");
+      writePng(file, width, height, {colorType, 8, false, false, PNG_FILTER_UP}, pixels);
+      expectLeptonicaGray(file, !coloured);
+    }
+  }
+}
+
 TEST_F(PngGrayReader, AlphaIsIgnoredAsLeptonicasConversionIgnoresIt) {
   std::mt19937 random(11);
   const int width = 257, height = 129;

@@ -166,6 +166,9 @@ bool readImageData(FILE* file, std::vector<uint8_t>* data) {
   }
 }
 
+// The PNG row filter that adds the row above.
+constexpr uint8_t kFilterUp = 2;
+
 inline uint8_t paeth(int left, int up, int upLeft) {
   const int p = left + up - upLeft;
   const int toLeft = std::abs(p - left), toUp = std::abs(p - up), toUpLeft = std::abs(p - upLeft);
@@ -182,7 +185,7 @@ bool unfilter(uint8_t filter, uint8_t* row, const uint8_t* above, size_t size, s
     case 1:
       for (size_t i = step; i < size; ++i) row[i] = uint8_t(row[i] + row[i - step]);
       return true;
-    case 2:
+    case kFilterUp:
       for (size_t i = 0; i < size; ++i) row[i] = uint8_t(row[i] + above[i]);
       return true;
     case 3:
@@ -228,10 +231,18 @@ bool readColourRows(FILE* file, Pix* pix, int channels, bool* exact) {
   bool allExact = true;
   for (int y = 0; y < height; ++y) {
     uint8_t* row = rows.data() + size_t(y) * stride;
+    l_uint32* line = data + size_t(y) * wpl;
     const uint8_t* above = y == 0 ? zeros.data() : row - stride + 1;
+    if (y > 0 && row[0] == kFilterUp && std::memcmp(row + 1, zeros.data(), rowBytes) == 0) {
+      // The row repeats the one above (the blank stretches of a page, as encoders write them):
+      // so do its grey and its exactness.
+      std::memcpy(row + 1, above, rowBytes);
+      std::memcpy(line, line - wpl, sizeof(l_uint32) * size_t(wpl));
+      continue;
+    }
     if (!unfilter(row[0], row + 1, above, rowBytes, size_t(channels))) return false;
     allExact &= rowToGray(row + 1, width, channels, gray.data());
-    storeRow(gray.data(), width, data + size_t(y) * wpl);
+    storeRow(gray.data(), width, line);
   }
   *exact = allExact;
   return true;
