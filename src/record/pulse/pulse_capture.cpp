@@ -137,8 +137,9 @@ int32_t PulseInputEngine::select(uint32_t id) {
   return -PA_ERR_NOENTITY;
 }
 
-std::optional<SourceInfo> PulseInputEngine::currentSource(Connection& connection) {
+std::optional<SourceInfo> PulseInputEngine::currentSource(Connection& connection, bool* anyInput) {
   const InputCatalogue catalogue = inputCatalogue(connection);
+  if (anyInput != nullptr) *anyInput = !catalogue.inputs.empty();
   const std::optional<std::string> wanted = selected_ ? selected_ : catalogue.defaultInput;
   for (const std::optional<std::string>& name : {wanted, catalogue.defaultInput}) {
     if (!name) continue;
@@ -153,7 +154,18 @@ AudioFormat PulseInputEngine::inputFormat() {
   std::lock_guard<std::mutex> held(lock_);
   Connection* connection = this->connection();
   if (!connection) return {};
-  const std::optional<SourceInfo> source = currentSource(*connection);
+  bool anyInput = false;
+  std::optional<SourceInfo> source = currentSource(*connection, &anyInput);
+  if (!source && anyInput && !stream_) {
+    // pipewire-pulse may go on telling a connection the default source it fell back on when
+    // the input went away (a monitor) after an input came back and was made the default,
+    // while a new connection is told the new default: ask on a new connection.
+    connection_->unsubscribe();
+    connection_.reset();
+    connection = this->connection();
+    if (!connection) return {};
+    source = currentSource(*connection);
+  }
   if (!source) return {};
   return recordFormat(source->spec);
 }

@@ -60,7 +60,8 @@ class PulseInputEngine final : public InputEngine {
   // The live connection, reconnecting when needed; null when no server answers. lock_ held.
   Connection* connection();
   // The source to record now, if any. lock_ held.
-  std::optional<SourceInfo> currentSource(Connection& connection);
+  // `*anyInput` (when given) says whether the server has any input at all.
+  std::optional<SourceInfo> currentSource(Connection& connection, bool* anyInput = nullptr);
   // Subscribes this engine to the events of connection_. lock_ held.
   void subscribe();
   void notifyChange();
