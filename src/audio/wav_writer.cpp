@@ -73,15 +73,16 @@ void WavWriter::append(std::span<const int16_t> samples) {
     // Samples are stored in native order, which is the file's little-endian order.
     std::lock_guard<std::mutex> held(lock_);
     if (closed_) return;
-    const int64_t start = file_->position();
     error = file_->write(samples.data(), samples.size_bytes());
     if (error == 0) {
       frames_ += static_cast<int64_t>(samples.size()) / channels_;
       return;
     }
     // Drop any part of the block that did get written, so the next append continues where the
-    // counted data ends and the samples stay aligned with the header.
-    if (start >= 0) (void)file_->seek(start);
+    // counted data ends and the samples stay aligned with the header. (The write position is
+    // always there before a write, so it is not asked for each block: that was a system call
+    // per block.)
+    (void)file_->seek(int64_t(kHeaderBytes) + checkedMul(checkedMul(frames_, channels_), 2));
   }
   if (reporter_) reporter_(std::system_category().message(error));
 }
