@@ -6,6 +6,7 @@ add_executable(audio-unit-tests
   unit/audio_meter_test.cpp
   unit/audio_mixer_test.cpp
   unit/audio_rate_follower_test.cpp
+  unit/audio_sample_queue_test.cpp
   unit/audio_soxr_conversion_test.cpp
   unit/audio_to_target_test.cpp
   unit/audio_wav_writer_test.cpp

@@ -3,23 +3,13 @@
 #include <algorithm>
 
 namespace tallowbrook {
-namespace {
-
-// Moves up to `n` samples from the front of `queue` into `out`.
-void takeFront(std::deque<int16_t>& queue, size_t n, Samples& out) {
-  const size_t count = std::min(n, queue.size());
-  out.assign(queue.begin(), queue.begin() + static_cast<ptrdiff_t>(count));
-  queue.erase(queue.begin(), queue.begin() + static_cast<ptrdiff_t>(count));
-}
-
-}  // namespace
 
 void Mixer::push(std::span<const int16_t> samples, MixerQueue queue) {
   std::lock_guard<std::mutex> held(lock_);
   auto& q = queue == MixerQueue::mic ? mic_ : system_;
-  q.insert(q.end(), samples.begin(), samples.end());
+  q.append(samples);
   if (q.size() > kMaxQueued) {
-    q.erase(q.begin(), q.begin() + static_cast<ptrdiff_t>(q.size() - kMaxQueued));
+    q.keepNewest(kMaxQueued);
     dropped_ = true;
   }
 }
@@ -32,22 +22,24 @@ Samples Mixer::drain(int64_t frames) {
 Samples Mixer::drain(int64_t frames, DrainReport& report) {
   if (frames < 1) return {};
   const auto n = static_cast<size_t>(frames);
-  Samples mic, system;
-  {
-    std::lock_guard<std::mutex> held(lock_);
-    takeFront(mic_, n, mic);
-    takeFront(system_, n, system);
-    report.micQueued = static_cast<int64_t>(mic_.size());
-    report.systemQueued = static_cast<int64_t>(system_.size());
+  Samples out(n);
+  std::lock_guard<std::mutex> held(lock_);
+  const std::span<const int16_t> mic = mic_.view().first(std::min(n, mic_.size()));
+  const std::span<const int16_t> system = system_.view().first(std::min(n, system_.size()));
+  // The common stretch first, in a loop the compiler vectorises; then the longer side alone.
+  const size_t both = std::min(mic.size(), system.size());
+  for (size_t i = 0; i < both; ++i) {
+    out[i] = static_cast<int16_t>(std::clamp(int32_t(mic[i]) + int32_t(system[i]), -32768, 32767));
   }
+  const std::span<const int16_t> longer = mic.size() > both ? mic : system;
+  std::copy(longer.begin() + static_cast<ptrdiff_t>(both), longer.end(),
+            out.begin() + static_cast<ptrdiff_t>(both));
+  mic_.dropFront(mic.size());
+  system_.dropFront(system.size());
   report.micShort = mic.size() < n;
   report.systemShort = system.size() < n;
-  Samples out(n);
-  for (size_t i = 0; i < n; ++i) {
-    const int32_t a = i < mic.size() ? mic[i] : 0;
-    const int32_t b = i < system.size() ? system[i] : 0;
-    out[i] = static_cast<int16_t>(std::clamp(a + b, -32768, 32767));
-  }
+  report.micQueued = static_cast<int64_t>(mic_.size());
+  report.systemQueued = static_cast<int64_t>(system_.size());
   return out;
 }
 
@@ -59,18 +51,15 @@ std::pair<int64_t, int64_t> Mixer::queued() {
 void Mixer::trimTo(int64_t keep) {
   const auto limit = static_cast<size_t>(std::max<int64_t>(keep, 0));
   std::lock_guard<std::mutex> held(lock_);
-  for (auto* q : {&mic_, &system_}) {
-    if (q->size() > limit) {
-      q->erase(q->begin(), q->begin() + static_cast<ptrdiff_t>(q->size() - limit));
-    }
-  }
+  mic_.keepNewest(limit);
+  system_.keepNewest(limit);
 }
 
 void Mixer::prime(MixerQueue queue, int64_t count) {
   if (count < 1) return;
   std::lock_guard<std::mutex> held(lock_);
   auto& q = queue == MixerQueue::mic ? mic_ : system_;
-  q.insert(q.begin(), static_cast<size_t>(count), int16_t(0));
+  q.prependZeros(static_cast<size_t>(count));
 }
 
 void Mixer::reset() {

@@ -2,11 +2,11 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
 #include <mutex>
 #include <span>
 #include <utility>
 
+#include "audio/sample_queue.h"
 #include "audio/samples.h"
 
 namespace tallowbrook {
@@ -28,7 +28,7 @@ struct DrainReport {
 // time says and writes their sum. A queue never holds more than five seconds: the oldest
 // samples are dropped and `dropped` is raised. Shared through std::shared_ptr; every member
 // may be called from any thread. `lock_` guards both queues and `dropped_` and is held only
-// for the queue operations, never while another lock is taken.
+// for the queue operations and a drain's sum, never while another lock is taken.
 class Mixer {
  public:
   static constexpr size_t kMaxQueued = 240000;  // samples per queue: 5 s at 48000 Hz mono
@@ -66,9 +66,9 @@ class Mixer {
 
  private:
   std::mutex lock_;
-  std::deque<int16_t> mic_;     // guarded by lock_; oldest first
-  std::deque<int16_t> system_;  // guarded by lock_; oldest first
-  bool dropped_ = false;        // guarded by lock_
+  SampleQueue mic_;       // guarded by lock_
+  SampleQueue system_;    // guarded by lock_
+  bool dropped_ = false;  // guarded by lock_
 };
 
 }  // namespace tallowbrook
