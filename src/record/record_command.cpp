@@ -8,6 +8,7 @@
 #include "base/out.h"
 #include "record/record_options.h"
 #include "record/record_platform.h"
+#include "record/record_session.h"
 #include "record/record_start.h"
 
 namespace tallowbrook::Record {
@@ -29,7 +30,8 @@ void permissions(bool request) {
   if (status != MicrophoneAuthorization::noSoundServer &&
       status != MicrophoneAuthorization::denied) {
     try {
-      screenRecording = recording.makeSystemCapture()->preflight();
+      screenRecording =
+          recording.makeSystemCapture(deliveryPeriod(RecordInput::system))->preflight();
     } catch (const std::exception&) {  // no sound server answered the second question
       screenRecording = false;
     }

@@ -3,6 +3,7 @@
 // entry makes it.
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -40,6 +41,11 @@ struct InputDevice {
   bool isDefault = false;
 };
 
+// How much audio a capture stream hands over at a time: the sound server wakes this process
+// once per period and stream. Short periods let the file and the level lines follow the audio
+// closely; long ones cost fewer wakeups.
+using DeliveryPeriod = std::chrono::milliseconds;
+
 class RecordPlatform {
  public:
   virtual ~RecordPlatform() = default;
@@ -50,10 +56,10 @@ class RecordPlatform {
   virtual ConverterFactory converterFactory() = 0;
   // Asks afresh. Any thread.
   virtual MicrophoneAuthorization microphoneAuthorization() = 0;
-  // A new capture engine for one microphone source.
-  virtual std::unique_ptr<InputEngine> makeInputEngine() = 0;
-  // A new capture service for one system-audio source.
-  virtual std::unique_ptr<SystemCapture> makeSystemCapture() = 0;
+  // A new capture engine for one microphone source, delivering every `period`.
+  virtual std::unique_ptr<InputEngine> makeInputEngine(DeliveryPeriod period) = 0;
+  // A new capture service for one system-audio source, delivering every `period`.
+  virtual std::unique_ptr<SystemCapture> makeSystemCapture(DeliveryPeriod period) = 0;
   // The clock of the session's mixing and the sources' watchdogs.
   virtual const Clock& clock() { return steadyClock(); }
 };

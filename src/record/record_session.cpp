@@ -61,6 +61,10 @@ struct AsyncOutcome {
 
 }  // namespace
 
+DeliveryPeriod deliveryPeriod(RecordInput input) {
+  return DeliveryPeriod(input == RecordInput::both ? 50 : 10);
+}
+
 std::vector<int64_t> silenceBlocks(int64_t silenceMs, int64_t channels) {
   std::vector<int64_t> blocks;
   if (silenceMs * kSampleRate < 1000) return blocks;
@@ -109,14 +113,15 @@ void RecordSession::start(const std::optional<std::string>& deviceUID) {
       case MicrophoneAuthorization::authorized:
         break;
     }
-    auto mic = MicSource::create(platform_.makeInputEngine(), makeConverter(platform_), micSink(),
-                                 warningSink(), clock_);
+    auto mic = MicSource::create(platform_.makeInputEngine(deliveryPeriod(input_)),
+                                 makeConverter(platform_), micSink(), warningSink(), clock_);
     mic->start(deviceUID);  // its error ends the start
     mic_ = std::move(mic);
   }
   if (input_ == RecordInput::system || input_ == RecordInput::both) {
-    auto source = std::make_shared<SystemAudioSource>(
-        platform_.makeSystemCapture(), makeConverter(platform_), systemSink(), warningSink());
+    auto source =
+        std::make_shared<SystemAudioSource>(platform_.makeSystemCapture(deliveryPeriod(input_)),
+                                            makeConverter(platform_), systemSink(), warningSink());
     auto outcome = std::make_shared<AsyncOutcome>();
     std::thread([source, outcome] {
       try {

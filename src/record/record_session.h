@@ -22,6 +22,13 @@
 
 namespace tallowbrook {
 
+// How often the sources of a recording of `input` hand over their audio. One input alone:
+// every 10 ms, so that the file and the level lines follow the audio within a few
+// milliseconds. Both inputs: every 50 ms, one fragment per mix tick; the mix runs a cushion
+// behind the clock anyway, and each wakeup of the process costs tens of microseconds (at 10 ms
+// the two streams' 200 wakeups a second were most of the recording's CPU).
+DeliveryPeriod deliveryPeriod(RecordInput input);
+
 // The zero blocks that fill a gap of `silenceMs` in a recording of `channels` channels at
 // 48000 Hz: silenceMs x 48000 / 1000 x channels samples (integer arithmetic) in blocks of at
 // most 48000; none when silenceMs < 1. Pure.

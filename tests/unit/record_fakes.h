@@ -186,15 +186,19 @@ class FakePlatform final : public RecordPlatform {
     ++authorizationReads;
     return authorization;
   }
-  std::unique_ptr<InputEngine> makeInputEngine() override {
+  std::unique_ptr<InputEngine> makeInputEngine(DeliveryPeriod period) override {
+    enginePeriod = period;
     return std::make_unique<FakeEngine>(engine);
   }
-  std::unique_ptr<SystemCapture> makeSystemCapture() override {
+  std::unique_ptr<SystemCapture> makeSystemCapture(DeliveryPeriod period) override {
+    systemPeriod = period;
     return std::make_unique<FakeSystemCapture>(system);
   }
   const Clock& clock() override { return fakeClock; }
 
   std::vector<InputDevice> devices;
+  DeliveryPeriod enginePeriod{0};  // what the last engine made was asked for
+  DeliveryPeriod systemPeriod{0};  // what the last system capture made was asked for
   MicrophoneAuthorization authorization = MicrophoneAuthorization::authorized;
   std::atomic<int> authorizationReads{0};
   std::shared_ptr<FakeEngine::State> engine = std::make_shared<FakeEngine::State>();

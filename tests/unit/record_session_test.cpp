@@ -97,6 +97,24 @@ TEST_F(SessionTest, MicRecordingOfTwoAndAHalfSeconds) {
   EXPECT_EQ(lines.back()["type"], "record-stopped");
 }
 
+TEST_F(SessionTest, OneInputIsDeliveredEvery10MsAndAMixOfBothEvery50Ms) {
+  using std::chrono::milliseconds;
+  StdoutCapture capture;
+  for (RecordInput input : {RecordInput::mic, RecordInput::system, RecordInput::both}) {
+    platform.enginePeriod = platform.systemPeriod = milliseconds(0);
+    auto session = make(input);
+    session->start(std::nullopt);
+    session->stop();
+    const milliseconds expected(input == RecordInput::both ? 50 : 10);
+    if (input != RecordInput::system) {
+      EXPECT_EQ(platform.enginePeriod, expected);
+    }
+    if (input != RecordInput::mic) {
+      EXPECT_EQ(platform.systemPeriod, expected);
+    }
+  }
+}
+
 TEST_F(SessionTest, ElapsedMsOf47999FramesIs999) {
   StdoutCapture capture;
   auto session = make(RecordInput::mic);
@@ -292,7 +310,7 @@ TEST_F(SessionTest, AudioBeyondTheCushionAtTheStartIsWrittenAtOnce) {
   EXPECT_EQ(session->mixer()->queued(), (std::pair<int64_t, int64_t>{1920, 1920}));
 }
 
-TEST_F(SessionTest, AShortQueueIsWaitedForUpTo200MsThenPadded) {
+TEST_F(SessionTest, AShortQueueIsWaitedForRatherThanPadded) {
   StdoutCapture capture;
   auto session = make(RecordInput::both);
   session->start(std::nullopt);

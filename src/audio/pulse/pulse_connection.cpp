@@ -242,7 +242,8 @@ void Connection::eventCallback(pa_context*, pa_subscription_event_type_t type, u
 }
 
 RecordStream::RecordStream(Connection& connection, const std::string& source,
-                           const AudioFormat& format, Deliver deliver, Ended ended)
+                           const AudioFormat& format, std::chrono::milliseconds fragment,
+                           Deliver deliver, Ended ended)
     : connection_(connection),
       format_(format),
       deliver_(std::move(deliver)),
@@ -255,9 +256,7 @@ RecordStream::RecordStream(Connection& connection, const std::string& source,
   pa_stream_set_read_callback(stream_, readCallback, this);
   pa_buffer_attr attr;
   std::memset(&attr, 0xff, sizeof attr);
-  // Fragments of 10 ms: the mix and the level lines follow the audio closely, and a late
-  // wakeup costs a few milliseconds of queue, not a whole block.
-  attr.fragsize = uint32_t(pa_usec_to_bytes(10000, &spec));
+  attr.fragsize = uint32_t(pa_usec_to_bytes(pa_usec_t(fragment.count()) * 1000, &spec));
   const auto flags = pa_stream_flags_t(PA_STREAM_ADJUST_LATENCY | PA_STREAM_DONT_MOVE);
   int error = 0;
   if (pa_stream_connect_record(stream_, source.c_str(), &attr, flags) < 0) {

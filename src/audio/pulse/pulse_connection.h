@@ -136,10 +136,10 @@ class RecordStream {
   using Deliver = std::function<void(const PcmBuffer& buffer)>;
   using Ended = std::function<void(const std::string& why)>;
 
-  // Connects to `source` in `format` (fragments of about 4096 frames); throws
-  // std::runtime_error with the server's reason.
+  // Connects to `source` in `format`, asking for fragments of `fragment` (the server
+  // delivers that much audio at a time); throws std::runtime_error with the server's reason.
   RecordStream(Connection& connection, const std::string& source, const AudioFormat& format,
-               Deliver deliver, Ended ended);
+               std::chrono::milliseconds fragment, Deliver deliver, Ended ended);
   // Disconnects; no callback runs after it returns.
   ~RecordStream();
   RecordStream(const RecordStream&) = delete;

@@ -80,7 +80,8 @@ std::optional<MicrophoneDevice> deviceEvidenceFor(const std::vector<SourceInfo>&
   return device;
 }
 
-PulseInputEngine::PulseInputEngine(std::shared_ptr<Connection> shared) {
+PulseInputEngine::PulseInputEngine(std::shared_ptr<Connection> shared, DeliveryPeriod period)
+    : period_(period) {
   std::lock_guard<std::mutex> held(lock_);
   if (shared && shared->alive()) {
     connection_ = std::move(shared);
@@ -198,7 +199,7 @@ void PulseInputEngine::start() {
   followsDefault_ = !selected_ || *selected_ != source->name;
   changeTold_ = false;
   stream_ = std::make_unique<RecordStream>(
-      *connection, source->name, tapFormat_,
+      *connection, source->name, tapFormat_, period_,
       [this](const PcmBuffer& buffer) {
         std::shared_ptr<TapBlock> tap;
         {
@@ -303,7 +304,7 @@ void PulseSystemCapture::start(TapBlock deliver,
   }
   if (!found) throw std::runtime_error("the monitor of the default output is gone");
   stream_ = std::make_unique<RecordStream>(*connection_, *monitor, recordFormat(found->spec),
-                                           std::move(deliver), std::move(stopped));
+                                           period_, std::move(deliver), std::move(stopped));
 }
 
 void PulseSystemCapture::stop() {
@@ -361,12 +362,12 @@ std::shared_ptr<Connection> PulsePlatform::shared() {
   return shared_;
 }
 
-std::unique_ptr<InputEngine> PulsePlatform::makeInputEngine() {
-  return std::make_unique<PulseInputEngine>(shared());
+std::unique_ptr<InputEngine> PulsePlatform::makeInputEngine(DeliveryPeriod period) {
+  return std::make_unique<PulseInputEngine>(shared(), period);
 }
 
-std::unique_ptr<SystemCapture> PulsePlatform::makeSystemCapture() {
-  return std::make_unique<PulseSystemCapture>(shared());
+std::unique_ptr<SystemCapture> PulsePlatform::makeSystemCapture(DeliveryPeriod period) {
+  return std::make_unique<PulseSystemCapture>(shared(), period);
 }
 
 }  // namespace tallowbrook::Pulse

@@ -43,7 +43,9 @@ class PulseInputEngine final : public InputEngine {
  public:
   // Uses `shared` (a connection other parts of the recording use too) while it stands, or
   // connects on its own.
-  explicit PulseInputEngine(std::shared_ptr<Connection> shared = nullptr);
+  // Records through `shared` while it lives (else a connection of its own), in fragments of
+  // `period`.
+  PulseInputEngine(std::shared_ptr<Connection> shared, DeliveryPeriod period);
   ~PulseInputEngine() override;
 
   std::optional<uint32_t> deviceId(const std::string& uid) override;
@@ -67,6 +69,7 @@ class PulseInputEngine final : public InputEngine {
   void notifyChange();
   void onEvent(Connection& from, int facility, int type, uint32_t index);
 
+  const DeliveryPeriod period_;
   std::mutex lock_;
   std::shared_ptr<Connection> connection_;  // guarded by lock_
   std::unique_ptr<RecordStream> stream_;    // guarded by lock_
@@ -88,8 +91,8 @@ class PulseInputEngine final : public InputEngine {
 class PulseSystemCapture final : public SystemCapture {
  public:
   // Uses `shared` when given, or connects on its own at `preflight`.
-  explicit PulseSystemCapture(std::shared_ptr<Connection> shared = nullptr)
-      : connection_(std::move(shared)) {}
+  PulseSystemCapture(std::shared_ptr<Connection> shared, DeliveryPeriod period)
+      : connection_(std::move(shared)), period_(period) {}
   ~PulseSystemCapture() override;
   // Whether the default output has a monitor; throws RecordError when no server answers.
   bool preflight() override;
@@ -99,7 +102,8 @@ class PulseSystemCapture final : public SystemCapture {
  private:
   std::mutex lock_;
   std::shared_ptr<Connection> connection_;  // guarded by lock_
-  std::unique_ptr<RecordStream> stream_;    // guarded by lock_
+  const DeliveryPeriod period_;
+  std::unique_ptr<RecordStream> stream_;  // guarded by lock_
 };
 
 // The platform of a real recording. The connection that answered the permission question is
@@ -112,8 +116,8 @@ class PulsePlatform final : public RecordPlatform {
   // libsoxr.
   ConverterFactory converterFactory() override;
   MicrophoneAuthorization microphoneAuthorization() override;
-  std::unique_ptr<InputEngine> makeInputEngine() override;
-  std::unique_ptr<SystemCapture> makeSystemCapture() override;
+  std::unique_ptr<InputEngine> makeInputEngine(DeliveryPeriod period) override;
+  std::unique_ptr<SystemCapture> makeSystemCapture(DeliveryPeriod period) override;
 
  private:
   // The shared connection, connecting when there is none yet; null when no server answers.
