@@ -53,8 +53,8 @@ Samples RateFollower::process(std::span<const int16_t> input) {
     while (lookAheadHere(count)) ++count;
     out.resize(count);
     // Catmull-Rom between pending[i] and pending[i + 1], with pending[i - 1] and
-    // pending[i + 2] as the outer points.
-    // Signed indices: their conversions to and from double are single instructions.
+    // pending[i + 2] as the outer points. The indices are signed: their conversions to and
+    // from double are single instructions.
     for (int64_t k = 0; k < int64_t(count); ++k) {
       const double x = position + double(k) * ratio;
       const auto i = int64_t(x);
