@@ -64,4 +64,29 @@ BottomLeftPoint originalBottomLeft(const PixelPoint& point, const ImageFrame& fr
   return BottomLeftPoint{originalX / frame.originalWidth, 1 - originalY / frame.originalHeight};
 }
 
+ImageFrame turnedPartFrame(const ImageFrame& page, const PixelBox& box) {
+  // The box as it lies in the scaled crop before turning (w x h), by the inverse of each turn.
+  const double w = page.width * page.scale, h = page.height * page.scale;
+  double x0 = box.left, x1 = box.right, y0 = box.top, y1 = box.bottom;
+  switch (((page.quarterTurns % 4) + 4) % 4) {
+    case 1:  // a turned point (x', y') was (y', h - x')
+      x0 = box.top, x1 = box.bottom, y0 = h - box.right, y1 = h - box.left;
+      break;
+    case 2:  // (w - x', h - y')
+      x0 = w - box.right, x1 = w - box.left, y0 = h - box.bottom, y1 = h - box.top;
+      break;
+    case 3:  // (w - y', x')
+      x0 = w - box.bottom, x1 = w - box.top, y0 = box.left, y1 = box.right;
+      break;
+    default:
+      break;
+  }
+  ImageFrame part = page;
+  part.left += x0 / page.scale;
+  part.top += y0 / page.scale;
+  part.width = (x1 - x0) / page.scale;
+  part.height = (y1 - y0) / page.scale;
+  return part;
+}
+
 }  // namespace tallowbrook::VisionOCR

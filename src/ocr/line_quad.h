@@ -53,4 +53,9 @@ struct ImageFrame {
 // A point of the recognised image as a bottom-left normalised point of the original. Pure.
 BottomLeftPoint originalBottomLeft(const PixelPoint& point, const ImageFrame& frame);
 
+// The frame of the part `box` of the image that `page` describes (the recognised image: scaled
+// and turned), read as an image of its own in the same turn: a point of the part maps to the
+// original where the same point offset by the box's corner maps through `page`. Pure.
+ImageFrame turnedPartFrame(const ImageFrame& page, const PixelBox& box);
+
 }  // namespace tallowbrook::VisionOCR

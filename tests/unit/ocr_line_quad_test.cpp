@@ -120,5 +120,38 @@ TEST(OriginalBottomLeft, UndoesCropAndScale) {
   EXPECT_NEAR(p.y, 0.7, 1e-12);
 }
 
+TEST(TurnedPartFrame, APointOfAPartMapsWhereTheSamePointOfTheWholeDoes) {
+  // A 300 x 180 crop at (40, 20) of a 1000 x 600 original, recognised at 0.8 and turned: every
+  // part of the turned image, read on its own, maps its points where the whole image does.
+  for (int turns = 0; turns < 4; ++turns) {
+    const ImageFrame page{turns, 40, 20, 300, 180, 0.8, 1000, 600};
+    const int turnedWidth = turns % 2 ? 144 : 240, turnedHeight = turns % 2 ? 240 : 144;
+    for (const PixelBox& box :
+         {PixelBox{0, 0, turnedWidth, 100}, PixelBox{0, 100, turnedWidth, turnedHeight},
+          PixelBox{0, 0, 60, turnedHeight}, PixelBox{60, 10, 130, 90}}) {
+      const ImageFrame part = turnedPartFrame(page, box);
+      EXPECT_EQ(part.quarterTurns, turns);
+      for (const PixelPoint& p :
+           {PixelPoint{0, 0}, PixelPoint{3.5, 7.25}, PixelPoint{50, 2},
+            PixelPoint{double(box.right - box.left), double(box.bottom - box.top)}}) {
+        const BottomLeftPoint inPart = originalBottomLeft(p, part);
+        const BottomLeftPoint inPage = originalBottomLeft({p.x + box.left, p.y + box.top}, page);
+        EXPECT_NEAR(inPart.x, inPage.x, 1e-12) << turns << " turns";
+        EXPECT_NEAR(inPart.y, inPage.y, 1e-12) << turns << " turns";
+      }
+    }
+  }
+}
+
+TEST(TurnedPartFrame, TheLowerHalfOfAPageUpsideDownIsTheUpperHalfOfTheOriginal) {
+  ImageFrame half = ImageFrame::whole(400, 200);
+  half.quarterTurns = 2;
+  const ImageFrame part = turnedPartFrame(half, {0, 100, 400, 200});
+  EXPECT_DOUBLE_EQ(part.left, 0);
+  EXPECT_DOUBLE_EQ(part.top, 0);
+  EXPECT_DOUBLE_EQ(part.width, 400);
+  EXPECT_DOUBLE_EQ(part.height, 100);
+}
+
 }  // namespace
 }  // namespace tallowbrook::VisionOCR
