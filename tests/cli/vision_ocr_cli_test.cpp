@@ -395,6 +395,46 @@ TEST(VisionOcr, PagesInOneAndTwoColumnsReadInOrder) {
   }
 }
 
+// A top-left normalised box of an upright page as it lies on the page turned clockwise by
+// `degrees`.
+nlohmann::json turnedBox(const nlohmann::json& box, int degrees) {
+  const double x = box["x"], y = box["y"], w = box["w"], h = box["h"];
+  switch (degrees) {
+    case 90:
+      return {{"x", 1 - y - h}, {"y", x}, {"w", h}, {"h", w}};
+    case 180:
+      return {{"x", 1 - x - w}, {"y", 1 - y - h}, {"w", w}, {"h", h}};
+    case 270:
+      return {{"x", y}, {"y", 1 - x - w}, {"w", h}, {"h", w}};
+    default:
+      return box;
+  }
+}
+
+TEST(VisionOcr, TurnedPagesReadAsTheUprightPageDoes) {
+  // A large page turned by a quarter, a half or three quarters is read turned upright, in two
+  // halves like the upright page: the same lines, each where the upright line lies once the
+  // page is turned.
+  for (const char* name : {"one-column", "two-column"}) {
+    const std::string base = kImages + "/rendered/" + name;
+    const auto upright = recognize(base + ".png");
+    ASSERT_GT(upright["lines"].size(), 40u) << name;
+    for (int degrees : {90, 180, 270}) {
+      const auto report = recognize(base + ".turned" + std::to_string(degrees) + ".png");
+      expectWellFormedLines(report);
+      ASSERT_EQ(texts(report), texts(upright)) << name << " turned " << degrees;
+      for (size_t i = 0; i < upright["lines"].size(); ++i) {
+        const auto expected = turnedBox(upright["lines"][i]["bbox"], degrees);
+        const auto& box = report["lines"][i]["bbox"];
+        for (const char* key : {"x", "y", "w", "h"}) {
+          EXPECT_NEAR(box[key].get<double>(), expected[key].get<double>(), 0.002)
+              << name << " turned " << degrees << ", line " << i << " " << key;
+        }
+      }
+    }
+  }
+}
+
 // Every corpus image with a ground truth, inverted and turned by a quarter, a half and three
 // quarters, reads as well as the image itself.
 class CorpusVariants : public testing::TestWithParam<std::string> {};

@@ -263,13 +263,22 @@ class TesseractRecognizer final : public TextRecognizer {
     if (!initEngine(api, dataDir, joined, settings, error)) return false;
 
     // A page whose lines look turned counterclockwise or upside down, or run down it with no
-    // telling which way, may lie turned (pages turned clockwise the recogniser reads right as
-    // they are): orientation detection tells, and when its turn agrees with the lines, the page
-    // is read turned first. That reading stands when it is plausible upright text with enough
+    // telling which way, may lie turned: orientation detection tells, and when its turn agrees
+    // with the lines, the page is read turned first. Pages turned clockwise the recogniser reads
+    // right as they are, but on one thread: a large one is turned too when it can then be read
+    // in halves. The turned reading stands when it is plausible upright text with enough
     // letters for the detection to count, and the page is read once; otherwise it is kept for
     // the comparisons below.
     std::optional<Reading> early;
     PixPtr earlyPix;
+    // The second engine, for the second part of a large page read in two halves; loaded when
+    // first needed.
+    tesseract::TessBaseAPI second;
+    bool secondReady = false;
+    auto readInHalves = [&](const std::vector<Panel>& parts, int turns, Reading* reading) {
+      return readHalves(api, second, &secondReady, parts, turns, dataDir, joined, settings, reading,
+                        error);
+    };
     // Ascenders tell only in the scripts that have them.
     const bool ascenders = std::all_of(languages.begin(), languages.end(), [](const auto& data) {
       const std::string script = languageScript(data);
@@ -277,20 +286,40 @@ class TesseractRecognizer final : public TextRecognizer {
     });
     if (!ascenders) lines.ascendersFirst.reset();
     const std::optional<int> seen = lines.turns();
-    if (haveOsd && (seen || (lines.direction == LineDirection::down && !lines.ascendersFirst))) {
+    const bool clockwise = lines.direction == LineDirection::down && lines.ascendersFirst &&
+                           !*lines.ascendersFirst && availableCores() >= 2 &&
+                           reducedSplit(pix.get(), 3).has_value();
+    const std::optional<int> expected = clockwise ? std::optional<int>(3) : seen;
+    if (haveOsd &&
+        (expected || (lines.direction == LineDirection::down && !lines.ascendersFirst))) {
       if (!detected) detected = detectOrientation(dataDir, pix.get());
       const int turns = detected ? (4 - detected->degrees / 90) % 4 : 0;
-      const bool agrees = seen ? turns == *seen : turns % 2 == 1;
+      const bool agrees = expected ? turns == *expected : turns % 2 == 1;
       if (turns != 0 && agrees) {
         earlyPix.reset(pixRotateOrth(pix.get(), turns));
+        // A large turned page is read in halves like an upright one, cut as it reads upright.
+        const std::vector<Panel> parts =
+            earlyPix && availableCores() >= 2 ? halves(earlyPix.get()) : std::vector<Panel>();
         Reading reading;
-        if (earlyPix && !read(api, earlyPix.get(), turns, &reading, error)) return false;
+        if (clockwise && parts.size() != 2) earlyPix.reset();  // read as it is, below
+        if (parts.size() == 2) {
+          if (!readInHalves(parts, turns, &reading)) return false;
+        } else if (earlyPix && !read(api, earlyPix.get(), turns, &reading, error)) {
+          return false;
+        }
         if (earlyPix && plausibleUpright(reading) && reading.characters >= kOsdCharacters) {
           frame.quarterTurns = turns;
-          collect(api, frame, settings.minimumTextHeightFraction, observations);
+          if (parts.size() == 2) {
+            collect(api, turnedPartFrame(frame, parts[0].box), settings.minimumTextHeightFraction,
+                    observations);
+            collect(second, turnedPartFrame(frame, parts[1].box),
+                    settings.minimumTextHeightFraction, observations);
+          } else {
+            collect(api, frame, settings.minimumTextHeightFraction, observations);
+          }
           return readPanels(api, frame, panels, settings, observations, error);
         }
-        if (earlyPix) early = reading;
+        if (earlyPix) early = reading;  // kept for the comparisons below
       }
     }
 
@@ -298,33 +327,10 @@ class TesseractRecognizer final : public TextRecognizer {
     // with an engine of its own (the second loads while the first reads). That reading stands
     // for the page as it is upright in what follows, and is the result unless a turn wins.
     std::vector<Panel> parts = availableCores() >= 2 ? halves(pix.get()) : std::vector<Panel>();
-    tesseract::TessBaseAPI second;
     bool halvesRead = false;
     Reading upright;
     if (parts.size() == 2) {
-      Reading firstReading, secondReading;
-      bool secondRead = false;
-      std::string secondError;
-      // Standard error stays silenced by `quiet` (process-wide) until the worker has joined.
-      // Without a thread to be had, the second half is read after the first.
-      auto readSecond = [&] {
-        secondRead = initEngine(second, dataDir, joined, settings, &secondError) &&
-                     read(second, parts[1].pix.get(), 0, &secondReading, &secondError);
-      };
-      std::thread worker;
-      try {
-        worker = std::thread(readSecond);
-      } catch (const std::system_error&) {
-        readSecond();
-      }
-      const bool firstRead = read(api, parts[0].pix.get(), 0, &firstReading, error);
-      if (worker.joinable()) worker.join();
-      if (!firstRead) return false;
-      if (!secondRead) {
-        *error = secondError;
-        return false;
-      }
-      upright = combined(firstReading, secondReading);
+      if (!readInHalves(parts, 0, &upright)) return false;
       halvesRead = true;
     }
 
@@ -436,6 +442,43 @@ class TesseractRecognizer final : public TextRecognizer {
     // Light text on dark backgrounds was inverted before recognition, region by region, so
     // Tesseract's own second pass over every doubtful word in inverted form is not needed.
     api.SetVariable("tessedit_do_invert", "0");
+    return true;
+  }
+
+  // Reads the two `parts` of one image turned by `turns` on two threads, the first with `api`
+  // and the second with `second` (loaded first, the first time: `*secondReady`), and gives
+  // their combined reading. Without a thread to be had, the second part is read after the
+  // first. False with the user's sentence in `*error` on failure. Standard error must stay
+  // silenced (it is process-wide) until it returns.
+  static bool readHalves(tesseract::TessBaseAPI& api, tesseract::TessBaseAPI& second,
+                         bool* secondReady, const std::vector<Panel>& parts, int turns,
+                         const std::string& dataDir, const std::string& languages,
+                         const Settings& settings, Reading* reading, std::string* error) {
+    Reading firstReading, secondReading;
+    bool secondRead = false;
+    std::string secondError;
+    auto readSecond = [&] {
+      if (!*secondReady) {
+        *secondReady = initEngine(second, dataDir, languages, settings, &secondError);
+      }
+      secondRead =
+          *secondReady && read(second, parts[1].pix.get(), 0, &secondReading, &secondError);
+    };
+    std::thread worker;
+    try {
+      worker = std::thread(readSecond);
+    } catch (const std::system_error&) {
+      readSecond();
+    }
+    const bool firstRead = read(api, parts[0].pix.get(), 0, &firstReading, error);
+    if (worker.joinable()) worker.join();
+    if (!firstRead) return false;
+    if (!secondRead) {
+      *error = secondError;
+      return false;
+    }
+    *reading = combined(firstReading, secondReading);
+    reading->turns = turns;
     return true;
   }
 
@@ -764,16 +807,16 @@ class TesseractRecognizer final : public TextRecognizer {
     return values;
   }
 
-  // `pix` cut in two (see pageSplit) when it is large enough for two threads to pay, with
-  // each part's box; nothing otherwise. The mask is reduced fourfold each way first.
-  static std::vector<Panel> halves(Pix* pix) {
-    std::vector<Panel> parts;
-    const int width = pixGetWidth(pix), height = pixGetHeight(pix);
-    if (int64_t(width) * height < kSplitPixels) return parts;
+  // Where `pix`, turned clockwise by `turns` quarter turns, can be cut in two (see pageSplit)
+  // when it is large enough for two threads to pay, in the pixels of its content mask reduced
+  // fourfold each way; nothing otherwise.
+  static std::optional<PageSplit> reducedSplit(Pix* pix, int turns) {
+    if (int64_t(pixGetWidth(pix)) * pixGetHeight(pix) < kSplitPixels) return std::nullopt;
     PixPtr mask = contentMask(pix);
-    if (!mask) return parts;
+    if (!mask) return std::nullopt;
     PixPtr reduced(pixReduceRankBinaryCascade(mask.get(), 1, 1, 0, 0));
-    if (!reduced) return parts;
+    if (reduced && turns % 4 != 0) reduced.reset(pixRotateOrth(reduced.get(), turns % 4));
+    if (!reduced) return std::nullopt;
     const int w = pixGetWidth(reduced.get()), h = pixGetHeight(reduced.get());
     const l_uint32* data = pixGetData(reduced.get());
     const int wpl = pixGetWpl(reduced.get());
@@ -785,7 +828,14 @@ class TesseractRecognizer final : public TextRecognizer {
     }
     // A gutter between columns is 2% of the width or more; the gaps between words of text
     // are narrower.
-    auto split = pageSplit({bytes.data(), w, h, size_t(w)}, std::max(3, w / 50), 2);
+    return pageSplit({bytes.data(), w, h, size_t(w)}, std::max(3, w / 50), 2);
+  }
+
+  // `pix` cut in two (see reducedSplit), with each part's box; nothing when it cannot be.
+  static std::vector<Panel> halves(Pix* pix) {
+    std::vector<Panel> parts;
+    const int width = pixGetWidth(pix), height = pixGetHeight(pix);
+    const std::optional<PageSplit> split = reducedSplit(pix, 0);
     if (!split) return parts;
     const int at = std::min(split->vertical ? width : height, split->at * 4);
     const PixelBox first = split->vertical ? PixelBox{0, 0, at, height} : PixelBox{0, 0, width, at};
