@@ -286,9 +286,13 @@ class TesseractRecognizer final : public TextRecognizer {
     });
     if (!ascenders) lines.ascendersFirst.reset();
     const std::optional<int> seen = lines.turns();
-    const bool clockwise = lines.direction == LineDirection::down && lines.ascendersFirst &&
-                           !*lines.ascendersFirst && availableCores() >= 2 &&
-                           reducedSplit(pix.get(), 3).has_value();
+    // (A page turned clockwise that can be cut as it lies is read in halves as it lies.)
+    bool clockwise = lines.direction == LineDirection::down && lines.ascendersFirst &&
+                     !*lines.ascendersFirst && availableCores() >= 2;
+    if (clockwise) {
+      const PixPtr reduced = reducedMask(pix.get());
+      clockwise = reduced && !reducedSplit(reduced.get(), 0) && reducedSplit(reduced.get(), 3);
+    }
     const std::optional<int> expected = clockwise ? std::optional<int>(3) : seen;
     if (haveOsd &&
         (expected || (lines.direction == LineDirection::down && !lines.ascendersFirst))) {
@@ -807,19 +811,23 @@ class TesseractRecognizer final : public TextRecognizer {
     return values;
   }
 
-  // Where `pix`, turned clockwise by `turns` quarter turns, can be cut in two (see pageSplit)
-  // when it is large enough for two threads to pay, in the pixels of its content mask reduced
-  // fourfold each way; nothing otherwise.
-  static std::optional<PageSplit> reducedSplit(Pix* pix, int turns) {
-    if (int64_t(pixGetWidth(pix)) * pixGetHeight(pix) < kSplitPixels) return std::nullopt;
+  // The content mask of `pix` reduced fourfold each way, when `pix` is large enough for two
+  // threads to pay; nothing otherwise.
+  static PixPtr reducedMask(Pix* pix) {
+    if (int64_t(pixGetWidth(pix)) * pixGetHeight(pix) < kSplitPixels) return nullptr;
     PixPtr mask = contentMask(pix);
-    if (!mask) return std::nullopt;
-    PixPtr reduced(pixReduceRankBinaryCascade(mask.get(), 1, 1, 0, 0));
-    if (reduced && turns % 4 != 0) reduced.reset(pixRotateOrth(reduced.get(), turns % 4));
-    if (!reduced) return std::nullopt;
-    const int w = pixGetWidth(reduced.get()), h = pixGetHeight(reduced.get());
-    const l_uint32* data = pixGetData(reduced.get());
-    const int wpl = pixGetWpl(reduced.get());
+    if (!mask) return nullptr;
+    return PixPtr(pixReduceRankBinaryCascade(mask.get(), 1, 1, 0, 0));
+  }
+
+  // Where the page of the reduced content mask `reduced`, turned clockwise by `turns` quarter
+  // turns, can be cut in two (see pageSplit), in the reduced pixels; nothing otherwise.
+  static std::optional<PageSplit> reducedSplit(Pix* reduced, int turns) {
+    PixPtr turned(turns % 4 != 0 ? pixRotateOrth(reduced, turns % 4) : pixClone(reduced));
+    if (!turned) return std::nullopt;
+    const int w = pixGetWidth(turned.get()), h = pixGetHeight(turned.get());
+    const l_uint32* data = pixGetData(turned.get());
+    const int wpl = pixGetWpl(turned.get());
     std::vector<uint8_t> bytes(size_t(w) * h);
     for (int y = 0; y < h; ++y) {
       for (int x = 0; x < w; ++x) {
@@ -831,11 +839,14 @@ class TesseractRecognizer final : public TextRecognizer {
     return pageSplit({bytes.data(), w, h, size_t(w)}, std::max(3, w / 50), 2);
   }
 
-  // `pix` cut in two (see reducedSplit), with each part's box; nothing when it cannot be.
+  // `pix` cut in two (see reducedSplit) when it is large enough for two threads to pay, with
+  // each part's box; nothing otherwise.
   static std::vector<Panel> halves(Pix* pix) {
     std::vector<Panel> parts;
     const int width = pixGetWidth(pix), height = pixGetHeight(pix);
-    const std::optional<PageSplit> split = reducedSplit(pix, 0);
+    const PixPtr reduced = reducedMask(pix);
+    const std::optional<PageSplit> split =
+        reduced ? reducedSplit(reduced.get(), 0) : std::optional<PageSplit>();
     if (!split) return parts;
     const int at = std::min(split->vertical ? width : height, split->at * 4);
     const PixelBox first = split->vertical ? PixelBox{0, 0, at, height} : PixelBox{0, 0, width, at};
