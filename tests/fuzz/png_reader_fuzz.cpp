@@ -1,5 +1,6 @@
 // Fuzzes the PNG reader of text recognition: any bytes give either nothing or an 8-bit image of
-// the size the file's header states, never a crash, a read out of bounds or a leak.
+// the size the file's header states (and for a colour file, a 32-bit colour image of that
+// size), never a crash, a read out of bounds or a leak.
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -34,6 +35,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzz::check(pixGetDepth(png.pix) == 8);
     fuzz::check(size >= 24 && uint32_t(pixGetWidth(png.pix)) == bigEndian(data + 16) &&
                 uint32_t(pixGetHeight(png.pix)) == bigEndian(data + 20));
+    Pix* colour = tallowbrook::VisionOCR::colourImage(png);
+    fuzz::check((colour != nullptr) == !png.exact);
+    if (colour != nullptr) {
+      fuzz::check(pixGetDepth(colour) == 32 && pixGetWidth(colour) == pixGetWidth(png.pix) &&
+                  pixGetHeight(colour) == pixGetHeight(png.pix));
+      pixDestroy(&colour);
+    }
     pixDestroy(&png.pix);
   }
   return 0;

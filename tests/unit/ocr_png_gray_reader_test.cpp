@@ -108,6 +108,26 @@ int64_t firstDifference(Pix* a, Pix* b) {
   return -1;
 }
 
+// The index of the first pixel where two 32-bit images differ, alpha included; 0 when their
+// sizes, depths, samples per pixel, formats or resolutions differ, -1 when they are equal.
+int64_t firstColourDifference(Pix* a, Pix* b) {
+  const int width = pixGetWidth(a), height = pixGetHeight(a);
+  if (width != pixGetWidth(b) || height != pixGetHeight(b) || pixGetDepth(a) != 32 ||
+      pixGetDepth(b) != 32 || pixGetSpp(a) != pixGetSpp(b) ||
+      pixGetInputFormat(a) != pixGetInputFormat(b) || pixGetXRes(a) != pixGetXRes(b) ||
+      pixGetYRes(a) != pixGetYRes(b)) {
+    return 0;
+  }
+  for (int y = 0; y < height; ++y) {
+    const l_uint32* lineA = pixGetData(a) + size_t(y) * pixGetWpl(a);
+    const l_uint32* lineB = pixGetData(b) + size_t(y) * pixGetWpl(b);
+    for (int x = 0; x < width; ++x) {
+      if (lineA[x] != lineB[x]) return int64_t(y) * width + x;
+    }
+  }
+  return -1;
+}
+
 class PngGrayReader : public testing::Test {
  protected:
   void SetUp() override {
@@ -125,7 +145,8 @@ class PngGrayReader : public testing::Test {
     return written_.back();
   }
 
-  // Reads `file` both ways and expects the same grey, exact or not as `exact` says.
+  // Reads `file` both ways and expects the same grey, exact or not as `exact` says; and for a
+  // colour file, the same colour image as Leptonica's reader.
   void expectLeptonicaGray(const std::string& file, bool exact) {
     GrayPng png = readGrayPng(file);
     PixPtr ours(png.pix);
@@ -134,6 +155,16 @@ class PngGrayReader : public testing::Test {
     PixPtr theirs = leptonicaGray(file);
     ASSERT_TRUE(theirs) << file;
     EXPECT_EQ(firstDifference(ours.get(), theirs.get()), -1) << file;
+    PixPtr colour(colourImage(png));
+    if (exact) {
+      EXPECT_FALSE(png.colour) << file;
+      EXPECT_FALSE(colour) << file;
+      return;
+    }
+    ASSERT_TRUE(colour) << file;
+    PixPtr read(pixRead(file.c_str()));
+    ASSERT_TRUE(read) << file;
+    EXPECT_EQ(firstColourDifference(colour.get(), read.get()), -1) << file;
   }
 
   std::string dir_;

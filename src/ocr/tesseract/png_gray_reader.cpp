@@ -205,10 +205,30 @@ bool unfilter(uint8_t filter, uint8_t* row, const uint8_t* above, size_t size, s
   }
 }
 
+}  // namespace
+
+// Each row is its filter byte, then `channels` bytes a pixel, unfiltered once read.
+struct ColourRows {
+  ColourRows(int width, int height, int channels, size_t stride)
+      : width(width),
+        height(height),
+        channels(channels),
+        stride(stride),
+        rows(stride * size_t(height)) {}
+  int width, height, channels;
+  size_t stride;
+  LargeBuffer rows;
+  int xResolution = 0, yResolution = 0;
+};
+
+namespace {
+
 // The rows of a colour file (`channels` bytes a pixel) into the grey `pix`: the image data is
 // inflated whole (libdeflate inflates several times faster than zlib, and needs the whole
-// output), then each row is unfiltered in place and converted. False for damaged data.
-bool readColourRows(FILE* file, Pix* pix, int channels, bool* exact) {
+// output), then each row is unfiltered in place and converted. The decoded rows go to
+// `*decoded`. False for damaged data.
+bool readColourRows(FILE* file, Pix* pix, int channels, bool* exact,
+                    std::shared_ptr<ColourRows>* decoded) {
   std::vector<uint8_t> compressed;
   if (!readImageData(file, &compressed)) return false;
   const int width = pixGetWidth(pix), height = pixGetHeight(pix), wpl = pixGetWpl(pix);
@@ -217,7 +237,8 @@ bool readColourRows(FILE* file, Pix* pix, int channels, bool* exact) {
       libdeflate_alloc_decompressor());
   if (!decompressor) return false;
   if (size_t(height) > SIZE_MAX / stride) return false;
-  LargeBuffer rows(stride * size_t(height));
+  auto colour = std::make_shared<ColourRows>(width, height, channels, stride);
+  LargeBuffer& rows = colour->rows;
   if (rows.data() == nullptr) return false;
   // Exactly the image's rows: data cut short or running on is left to Leptonica.
   if (libdeflate_zlib_decompress(decompressor.get(), compressed.data(), compressed.size(),
@@ -245,7 +266,30 @@ bool readColourRows(FILE* file, Pix* pix, int channels, bool* exact) {
     storeRow(gray.data(), width, line);
   }
   *exact = allExact;
+  *decoded = std::move(colour);
   return true;
+}
+
+// One row of `width` pixels of `channels` bytes each (grey+alpha, RGB or RGBA) into a line of a
+// 32-bit image, in Leptonica's order: red, green, blue, alpha from the most significant byte.
+void storeColourRow(const uint8_t* row, int width, int channels, l_uint32* line) {
+  switch (channels) {
+    case 2:
+      for (int x = 0; x < width; ++x, row += 2) {
+        line[x] = l_uint32(row[0]) << 24 | l_uint32(row[0]) << 16 | l_uint32(row[0]) << 8 | row[1];
+      }
+      break;
+    case 3:
+      for (int x = 0; x < width; ++x, row += 3) {
+        line[x] = l_uint32(row[0]) << 24 | l_uint32(row[1]) << 16 | l_uint32(row[2]) << 8 | 0xff;
+      }
+      break;
+    default:
+      for (int x = 0; x < width; ++x, row += 4) {
+        line[x] = l_uint32(row[0]) << 24 | l_uint32(row[1]) << 16 | l_uint32(row[2]) << 8 | row[3];
+      }
+      break;
+  }
 }
 
 // Pixels per inch across and down, as the file gives them (0 when it does not).
@@ -321,18 +365,39 @@ GrayPng readGrayPng(const std::string& path) {
   pixSetResolution(pix, resolution.x, resolution.y);
   bool exact = false;
   bool read = false;
+  std::shared_ptr<ColourRows> colour;
   if (channels == 1) {  // row by row, never holding more than a row of the file's data
     std::vector<png_byte> row(width);
     std::vector<uint8_t> gray(width);
     read = readRows(reader, pix, channels, row, gray, &exact);
   } else {
-    read = readColourRows(file.get(), pix, channels, &exact);
+    read = readColourRows(file.get(), pix, channels, &exact, &colour);
   }
   if (!read) {
     pixDestroy(&pix);
     return {};
   }
-  return {pix, exact};
+  if (exact) return {pix, exact, nullptr};  // the grey is the image: its colours are not needed
+  colour->xResolution = resolution.x;
+  colour->yResolution = resolution.y;
+  return {pix, exact, std::move(colour)};
+}
+
+Pix* colourImage(const GrayPng& png) {
+  const ColourRows* colour = png.colour.get();
+  if (colour == nullptr || colour->rows.data() == nullptr) return nullptr;
+  Pix* pix = pixCreateNoInit(colour->width, colour->height, 32);
+  if (pix == nullptr) return nullptr;
+  pixSetSpp(pix, colour->channels == 3 ? 3 : 4);
+  pixSetResolution(pix, colour->xResolution, colour->yResolution);
+  pixSetInputFormat(pix, IFF_PNG);
+  l_uint32* data = pixGetData(pix);
+  const int wpl = pixGetWpl(pix);
+  for (int y = 0; y < colour->height; ++y) {
+    storeColourRow(colour->rows.data() + size_t(y) * colour->stride + 1, colour->width,
+                   colour->channels, data + size_t(y) * wpl);
+  }
+  return pix;
 }
 
 }  // namespace tallowbrook::VisionOCR

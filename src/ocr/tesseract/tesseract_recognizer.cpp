@@ -201,8 +201,13 @@ class TesseractRecognizer final : public TextRecognizer {
       // A PNG of grey pixels is decoded to grey whatever its layout. A coloured one is read in
       // colour, which Tesseract reads differently from its grey, unless its grey shows a blank
       // page: that grey is the one a blank page is found in, and costs a quarter of the memory.
+      // The colour image is made from the pixels decoded for the grey (the grey is freed
+      // first), as Leptonica's reader would make it.
       GrayPng png = readGrayPng(path);
-      if (png.pix != nullptr && !png.exact && !plainlyBlank(png.pix)) pixDestroy(&png.pix);
+      if (png.pix != nullptr && !png.exact && !plainlyBlank(png.pix)) {
+        pixDestroy(&png.pix);
+        png.pix = colourImage(png);
+      }
       decoded = png.pix;
     }
     if (decoded == nullptr) decoded = pixRead(path.c_str());
