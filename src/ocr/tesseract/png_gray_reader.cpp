@@ -377,7 +377,8 @@ GrayPng readGrayPng(const std::string& path) {
     pixDestroy(&pix);
     return {};
   }
-  if (exact) return {pix, exact, nullptr};  // the grey is the image: its colours are not needed
+  // A grey image is the image itself: its decoded pixels are not needed.
+  if (exact || !colour) return {pix, exact, nullptr};
   colour->xResolution = resolution.x;
   colour->yResolution = resolution.y;
   return {pix, exact, std::move(colour)};
